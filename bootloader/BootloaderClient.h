@@ -1,0 +1,106 @@
+#pragma once
+
+#include "bootloader/BootVersion.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+class SerialPort;
+
+/// The result of a blank check; `blank` says something only when `answered` is true.
+struct BootAnswer {
+    bool blank = false;
+    bool answered = false;
+};
+
+/// The bootloader of a device as operations: each one request on the line and its reply. Nothing throws, nothing is
+/// repeated here, and a caller cannot tell a reply that did not come from one that was refused or damaged.
+///
+/// Addresses are byte addresses, of which the low 16 bits go on the wire. All operations run on one thread; `cancel`
+/// alone may come from another.
+class BootloaderClient
+{
+public:
+    /// Owns a closed port of the platform's kind: 9600 baud, 8N1, limits of 500 ms for a write and 100 ms for a read.
+    BootloaderClient();
+
+    /// Owns a given, closed port.
+    explicit BootloaderClient(std::unique_ptr<SerialPort> serialPort);
+
+    BootloaderClient(const BootloaderClient&) = delete;
+    BootloaderClient& operator=(const BootloaderClient&) = delete;
+
+    /// Closes the line.
+    ~BootloaderClient();
+
+    /// Opens the line at `baudRate` bits per second. Below 57600 baud the limits of the port grow in proportion, since
+    /// a block takes longer than they allow.
+    /// @return false on failure; `errorString` then tells why.
+    bool open(const std::string& portName, std::uint32_t baudRate);
+
+    /// Makes the pending and all later transfers of this client end at once. May be called from any thread.
+    void cancel();
+
+    /// The last error of the port, in the platform's words.
+    std::wstring errorString() const;
+
+    /// @return true when the bootloader answered. Versions and identity then stand in the fields, unless the reply was
+    /// too short to hold them.
+    bool readVersion();
+
+    /// Lets the bootloader answer a harmless request.
+    /// @return true, whatever came.
+    bool ping();
+
+    /// Erases the memory of the device.
+    /// @return true when the device confirmed it.
+    bool eraseMemory();
+
+    /// Asks whether `size` bytes (rounded down to whole words, at least one) from `address` on are blank.
+    BootAnswer blankCheck(std::uint32_t address, std::uint64_t size);
+
+    /// Writes `data` at `address`; an odd last byte is filled up with 0xFF.
+    /// @return true when the device confirmed it.
+    bool writeBlock(std::uint32_t address, const std::vector<std::uint8_t>& data);
+
+    /// Reads `size` bytes (rounded up to whole words, at least one) from `address` on.
+    /// @return the bytes that came, whose number the device decided; empty on failure.
+    std::vector<std::uint8_t> readBlock(std::uint32_t address, std::uint64_t size);
+
+    /// Resets the device.
+    /// @return true, whatever came.
+    bool resetDevice(std::uint32_t address);
+
+    /// Drops what comes in until the line falls silent for one read limit, so that the next reply belongs to the next
+    /// request. Ends in bounded time on a line that never falls silent, and at once after a cancel.
+    void dropInput();
+
+    /// `dropInput` if a request since the last call was left without a usable reply, whose reply may thus still be on
+    /// its way; otherwise takes no time.
+    void resynchronise();
+
+    /// Versions and identity out of the last good version reply.
+    BootVersion bootloaderVersion;
+    BootVersion firmwareVersion;
+    std::uint16_t deviceId = 0;
+    /// First and last address of the device's code memory, from its row of the family table. Held, not enforced.
+    std::uint32_t codeStart = 0;
+    std::uint32_t codeEnd = 0;
+
+private:
+    int sendCommand(std::uint8_t command, std::uint16_t address, std::uint16_t count);
+    int sendData(std::uint8_t command, std::uint16_t address, const std::vector<std::uint8_t>& data);
+    int exchange(const std::vector<std::uint16_t>& frame);
+
+    std::vector<std::uint8_t> reply;
+    std::unique_ptr<SerialPort> port;
+
+public:
+    /// The line echoes what is sent; set before `open`.
+    bool echoOn = false;
+
+private:
+    bool unanswered = false;
+};

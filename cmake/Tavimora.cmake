@@ -1,0 +1,70 @@
+# What all targets of the project share: the language, the warnings, the sanitizers, and how a library or a test is made.
+
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(tavimora_options INTERFACE)
+target_compile_features(tavimora_options INTERFACE cxx_std_20)
+target_include_directories(tavimora_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_definitions(tavimora_options INTERFACE
+  QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_NO_KEYWORDS
+  QT_DISABLE_DEPRECATED_BEFORE=0x060400)
+if(MSVC)
+  target_compile_options(tavimora_options INTERFACE /W4 /permissive- /utf-8)
+  target_compile_definitions(tavimora_options INTERFACE UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
+  if(TAVIMORA_WERROR)
+    target_compile_options(tavimora_options INTERFACE /WX)
+  endif()
+else()
+  target_compile_options(tavimora_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+  if(WIN32)
+    target_compile_definitions(tavimora_options INTERFACE UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
+  endif()
+  if(TAVIMORA_WERROR)
+    target_compile_options(tavimora_options INTERFACE -Werror)
+  endif()
+endif()
+if(TAVIMORA_SANITIZE)
+  target_compile_options(tavimora_options INTERFACE
+    -fsanitize=${TAVIMORA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tavimora_options INTERFACE -fsanitize=${TAVIMORA_SANITIZE})
+endif()
+if(TAVIMORA_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "The fuzz targets need clang: use the preset fuzz")
+  endif()
+  target_compile_options(tavimora_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# tavimora_library(NAME SOURCES ... [LINKS ...] [PRIVATE_LINKS ...])
+# A static library, one for each folder.
+function(tavimora_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS;PRIVATE_LINKS")
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC tavimora_options ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS})
+endfunction()
+
+# tavimora_test(NAME [SOURCES ...] LINKS ... [TIMEOUT seconds] [LABELS ...])
+# A QtTest executable out of NAME.cpp and the SOURCES, run by CTest on the offscreen platform.
+function(tavimora_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LINKS;LABELS")
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 300)
+  endif()
+  add_executable(${name} ${name}.cpp ${arg_SOURCES})
+  set_target_properties(${name} PROPERTIES AUTOMOC ON)
+  target_link_libraries(${name} PRIVATE ${arg_LINKS} Qt6::Test)
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+  tavimora_test_environment(${name})
+endfunction()
+
+# Gives a CTest test the environment that all tests of the project run in.
+function(tavimora_test_environment name)
+  set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
+    "QT_QPA_PLATFORM=offscreen"
+    "LC_ALL=C.UTF-8"
+    "ASAN_OPTIONS=detect_stack_use_after_return=1"
+    "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp"
+    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp"
+    "UBSAN_OPTIONS=print_stacktrace=1")
+endfunction()

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "firmware/BlockScanner.h"
+#include "firmware/MemoryImage.h"
+
+#include <QString>
+
+#include <cstdint>
+
+/// What a firmware file says: the fields of its header, and the image that a burn walks.
+class FirmwareFile
+{
+public:
+    FirmwareFile() = default;
+    FirmwareFile(const FirmwareFile&) = delete;
+    FirmwareFile& operator=(const FirmwareFile&) = delete;
+
+    /// Reads the file at `path` into a new object.
+    /// @return false on failure, with the reason in `errorText`; the object is then fit for nothing else.
+    bool load(const QString& path);
+
+    /// Identification of the device that the firmware is for.
+    std::uint16_t device = 0x0300;
+    QString version;
+    QString target;
+    /// Speed of the serial line for this firmware, in bits per second.
+    std::int32_t baudrate = 57600;
+    /// Kind of link; 1 is a line that echoes what is sent, every other value has no meaning.
+    std::int32_t link = 0;
+    MemoryImage image;
+    BlockScanner scanner{image};
+    /// Why `load` failed; empty after a success.
+    QString errorText;
+};
