@@ -3,9 +3,12 @@
 #include "firmware/BlockScanner.h"
 #include "firmware/MemoryImage.h"
 
+#include <QByteArray>
 #include <QString>
 
 #include <cstdint>
+
+class QJsonObject;
 
 /// What a firmware file says: the fields of its header, and the image that a burn walks.
 class FirmwareFile
@@ -19,6 +22,10 @@ public:
     /// @return false on failure, with the reason in `errorText`; the object is then fit for nothing else.
     bool load(const QString& path);
 
+    /// Reads the content of a firmware file into a new object; the part of `load` behind the file system.
+    /// @return as `load`
+    bool parse(QByteArray content);
+
     /// Identification of the device that the firmware is for.
     std::uint16_t device = 0x0300;
     QString version;
@@ -31,4 +38,9 @@ public:
     BlockScanner scanner{image};
     /// Why `load` failed; empty after a success.
     QString errorText;
+
+private:
+    void takeHeader(const QJsonObject& header);
+    bool decryptImage(QByteArray cipherText);
+    bool fail(const QString& reason);
 };

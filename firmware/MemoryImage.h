@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 
 class QIODevice;
 
@@ -11,6 +12,8 @@ class QIODevice;
 struct AddressRange {
     std::uint32_t first = 0;
     std::uint32_t last = 0;
+
+    bool operator==(const AddressRange&) const = default;
 };
 
 /// Sixteen bytes of a device's memory; byte i of the line with index n lies at address n * 16 + i.
@@ -33,6 +36,9 @@ public:
     /// empty image.
     AddressRange addressRange() const;
 
+    /// The lowest address above `limit` whose byte is not 0xFF; nothing if there is none.
+    std::optional<std::uint32_t> firstDataAbove(std::uint32_t limit) const;
+
     /// Replaces the content with the data records of an Intel HEX text. `device` is open for reading. What is wrong
     /// with a line goes to Qt's log at critical level.
     /// @return false when a line was rejected; the lines read so far then stay.
@@ -42,5 +48,7 @@ public:
     const Lines& lines() const { return content; }
 
 private:
+    MemoryLine& lineAt(std::uint32_t index);
+
     Lines content;
 };
