@@ -1,0 +1,67 @@
+#pragma once
+
+#include "serial/FileDescriptor.h"
+#include "serial/PortSettings.h"
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// A terminal device held exclusively and used as a raw line for bytes. What was changed on it is put back when the
+/// object goes.
+///
+/// Failures come back as errno values, 0 being success.
+class TerminalLine
+{
+public:
+    TerminalLine();
+    TerminalLine(const TerminalLine&) = delete;
+    TerminalLine& operator=(const TerminalLine&) = delete;
+    ~TerminalLine();
+
+    /// Opens the device at `path`, claims it for this object alone, applies the settings and empties both queues. To
+    /// be called once.
+    /// @return ENOTTY when the device is no terminal, EBUSY when somebody else has claimed it, EINVAL when it does not
+    ///         take the settings, or what the system says.
+    int open(const std::string& path, const PortSettings& settings);
+
+    /// Puts rate, character format and modem lines in force. Settings that the driver did not take leave those before
+    /// in force; on a pseudo-terminal, which has no line, any are taken.
+    int apply(const PortSettings& settings);
+
+    /// Drops what is queued in the directions asked for.
+    int discard(bool input, bool output);
+
+    /// The non-blocking descriptor to read from and write to.
+    int descriptor() const { return device.get(); }
+
+    /// Received bytes in the queue of the kernel; nothing when the line has hung up.
+    std::optional<std::size_t> receivedBytes() const;
+
+    /// Bytes in the queue of the kernel that have not left yet, as far as the driver tells; nothing when the line has
+    /// hung up.
+    std::optional<std::size_t> unsentBytes() const;
+
+    /// Time that `count` characters take on the line, start, parity and stop bits included.
+    std::chrono::nanoseconds transmissionTime(std::size_t count) const;
+
+    /// Number of whole characters that the line can carry within `time`.
+    std::size_t capacity(std::chrono::nanoseconds time) const;
+
+private:
+    struct Original;
+
+    int claim();
+    int save();
+    int setModemLines(bool dtr, bool rts);
+    void askForLowLatency();
+    void restore();
+
+    FileDescriptor device;
+    std::unique_ptr<Original> original;
+    bool claimed = false;
+    bool pseudo = false;
+    double charactersPerSecond = 1;
+};
