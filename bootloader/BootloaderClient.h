@@ -1,8 +1,13 @@
 #pragma once
 
+#include "bootloader/BootFrame.h"
 #include "bootloader/BootVersion.h"
 
+#include <QDeadlineTimer>
+
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,11 +28,17 @@ struct BootAnswer {
 class BootloaderClient
 {
 public:
+    /// Tells the present moment.
+    using Clock = std::function<QDeadlineTimer()>;
+
+    /// The clock that every client but one under test goes by.
+    static QDeadlineTimer systemClock() { return QDeadlineTimer::current(Qt::CoarseTimer); }
+
     /// Owns a closed port of the platform's kind: 9600 baud, 8N1, limits of 500 ms for a write and 100 ms for a read.
     BootloaderClient();
 
-    /// Owns a given, closed port.
-    explicit BootloaderClient(std::unique_ptr<SerialPort> serialPort);
+    /// Owns a given, closed port. The deadlines of replies go by `clock`.
+    explicit BootloaderClient(std::unique_ptr<SerialPort> serialPort, Clock clock = systemClock);
 
     BootloaderClient(const BootloaderClient&) = delete;
     BootloaderClient& operator=(const BootloaderClient&) = delete;
@@ -90,10 +101,19 @@ public:
     std::uint32_t codeEnd = 0;
 
 private:
-    int sendCommand(std::uint8_t command, std::uint16_t address, std::uint16_t count);
-    int sendData(std::uint8_t command, std::uint16_t address, const std::vector<std::uint8_t>& data);
-    int exchange(const std::vector<std::uint16_t>& frame);
+    BootStatus sendCommand(BootCommand command, std::uint16_t address, std::uint16_t count);
+    BootStatus sendData(BootCommand command, std::uint16_t address, const std::vector<std::uint8_t>& data);
 
+    /// Puts a request on the line and brings its reply back: one write, then reads until a status byte, and what
+    /// belongs to it, has come or the deadline of the command has passed. The deadline is tested only after a read, so
+    /// a silent line is left at the first multiple of the read limit past it. What a failed exchange leaves in the
+    /// input queue is met by the next one, which drops bytes that are no status.
+    /// @return the status; `Data` when `reply` holds a new, whole and intact data reply; `None` in every other case.
+    BootStatus exchange(const BootFrame& frame);
+    BootStatus awaitStatus(std::chrono::milliseconds limit);
+    bool takeDataReply();
+
+    /// The last good data reply, from its status byte through its checksum.
     std::vector<std::uint8_t> reply;
     std::unique_ptr<SerialPort> port;
 
@@ -102,5 +122,7 @@ public:
     bool echoOn = false;
 
 private:
+    /// An exchange since the last `dropInput` ended without a usable reply.
     bool unanswered = false;
+    Clock now = systemClock;
 };
