@@ -5,30 +5,76 @@
 #include <QTest>
 
 using Bytes = ScriptedLine::Bytes;
-using Reply = ScriptedLine::Reply;
 using std::chrono::milliseconds;
+
+/// One operation of the client, and its result in words or in hexadecimal digits.
+using Call = std::function<QByteArray(BootloaderClient&)>;
 
 namespace
 {
-Bytes bytes(const char* hex)
+Bytes bytes(const QByteArray& hex)
 {
     const QByteArray decoded = QByteArray::fromHex(hex);
     return {decoded.begin(), decoded.end()};
 }
 
-/// A client on a scripted line, opened, whose device gives a fixed answer.
+QByteArray hex(const Bytes& data)
+{
+    return QByteArray(reinterpret_cast<const char*>(data.data()), qsizetype(data.size())).toHex(' ').toUpper();
+}
+
+const auto yesNo = [](bool yes) -> QByteArray { return yes ? "yes" : "no"; };
+const Call ping = [](auto& client) { return yesNo(client.ping()); };
+const Call eraseMemory = [](auto& client) { return yesNo(client.eraseMemory()); };
+const Call resetDevice = [](auto& client) { return yesNo(client.resetDevice(0)); };
+const Call readVersion = [](auto& client) {
+    if (!client.readVersion())
+        return QByteArray("no");
+    const auto& [boot, firmware] = std::tie(client.bootloaderVersion, client.firmwareVersion);
+    return hex({boot.major, boot.minor, boot.patch, firmware.major, firmware.minor, firmware.patch}) +
+           QString::asprintf(" / %x %x %x", client.deviceId, client.codeStart, client.codeEnd).toLatin1();
+};
+
+Call blankCheck(std::uint32_t address, std::uint64_t size)
+{
+    return [=](auto& client) -> QByteArray {
+        const BootAnswer answer = client.blankCheck(address, size);
+        return !answer.answered ? "unanswered" : answer.blank ? "blank" : "not blank";
+    };
+}
+
+Call readBlock(std::uint32_t address, std::uint64_t size)
+{
+    return [=](auto& client) { return hex(client.readBlock(address, size)); };
+}
+
+Call writeBlock(std::uint32_t address, const Bytes& data)
+{
+    return [=](auto& client) { return yesNo(client.writeBlock(address, data)); };
+}
+
+/// A client on an open scripted line, whose device answers each request alike.
 struct Link {
     std::shared_ptr<ScriptedLine> line = std::make_shared<ScriptedLine>();
     BootloaderClient client{std::make_unique<ScriptedPort>(line), line->clock()};
 
-    explicit Link(const Reply& reply = {}, std::uint32_t baudRate = 57600)
+    explicit Link(const Bytes& reply = {}, milliseconds after = {})
     {
-        line->device = [reply](const Bytes&) { return reply; };
-        if (!client.open("scripted", baudRate))
-            qFatal("the scripted line did not open");
+        client.open("scripted", 57600);
+        answer(reply, after);
     }
 
-    milliseconds sinceSent() const { return std::chrono::round<milliseconds>(line->now - line->sent); }
+    void answer(const Bytes& reply, milliseconds after = {})
+    {
+        line->device = [=](const Bytes&) { return ScriptedLine::Reply{reply, after}; };
+    }
+
+    /// Makes a call, and tells how long after the request it ended.
+    int waited(const Call& call)
+    {
+        call(client);
+        return static_cast<int>(std::chrono::round<milliseconds>(line->now - line->sent).count());
+    }
 };
 } // namespace
 
@@ -39,45 +85,161 @@ class TestBootloaderClient : public QObject
 private Q_SLOTS:
     void requests_data();
     void requests();
+    void replies_data();
+    void replies();
+    void resynchronise();
+    void echo();
+    void slowLines();
 };
 
 void TestBootloaderClient::requests_data()
 {
-    using Call = std::function<void(BootloaderClient&)>;
     QTest::addColumn<Call>("call");
     QTest::addColumn<QByteArray>("request");
+    QTest::addColumn<int>("silence");
+    QTest::addColumn<int>("deadline");
 
-    const auto row = [](const char* name, const Call& call, const char* request) {
-        QTest::newRow(name) << call << QByteArray(request);
+    const auto row = [](const char* name, int deadline, const Call& call, const char* request) {
+        QTest::newRow(name) << call << QByteArray(request) << (deadline + 99) / 100 * 100 << deadline;
     };
-    row(
-        "version", [](auto& c) { c.readVersion(); }, "80 1E 00 00 00 00 7F E1");
-    row(
-        "ping", [](auto& c) { QVERIFY(c.ping()); }, "80 1C F0 FF 01 00 8E 1C");
-    row(
-        "erase", [](auto& c) { c.eraseMemory(); }, "80 16 00 FF 06 A5 79 B3");
-    row(
-        "blank check", [](auto& c) { c.blankCheck(0x3100, 512); }, "80 1C 00 31 00 01 7F D3");
-    row(
-        "write odd",
-        [](auto& c) {
-            c.writeBlock(0x3100, {0x11, 0x22, 0x33});
-        },
-        "80 12 00 31 02 00 11 22 33 FF 5F 01");
-    row(
-        "read", [](auto& c) { c.readBlock(0x3100, 512); }, "80 14 00 31 00 01 7F DB");
-    row(
-        "reset", [](auto& c) { QVERIFY(c.resetDevice(0)); }, "80 1A 00 00 00 00 7F E5");
+    row("version", 25, readVersion, "80 1E 00 00 00 00 7F E1");
+    row("ping", 100, ping, "80 1C F0 FF 01 00 8E 1C");
+    row("erase", 300, eraseMemory, "80 16 00 FF 06 A5 79 B3");
+    row("reset", 25, resetDevice, "80 1A 00 00 00 00 7F E5");
+    row("blank check", 100, blankCheck(0x3100, 512), "80 1C 00 31 00 01 7F D3");
+    row("blank check, odd", 100, blankCheck(0x3100, 5), "80 1C 00 31 02 00 7D D2");
+    row("blank check, least", 100, blankCheck(0x3100, 1), "80 1C 00 31 01 00 7E D2");
+    row("blank check, too long", 0, blankCheck(0, 0x20000), "");
+    row("read", 300, readBlock(0x3100, 512), "80 14 00 31 00 01 7F DB");
+    row("read, odd", 300, readBlock(0x23100, 5), "80 14 00 31 03 00 7C DA");
+    row("read, least", 300, readBlock(0x3100, 0), "80 14 00 31 01 00 7E DA");
+    row("read, too long", 0, readBlock(0, UINT64_MAX), "");
+    row("write, odd", 300, writeBlock(0x3100, {0x11, 0x22, 0x33}), "80 12 00 31 02 00 11 22 33 FF 5F 01");
+    row("write, least", 300, writeBlock(0x3100, {}), "80 12 00 31 00 00 7F DC");
+    row("write, too long", 0, writeBlock(0, Bytes(0x1FFFF)), "");
 }
 
+/// What goes out, and how long the client waits in silence, in noise and after a cancel.
 void TestBootloaderClient::requests()
 {
-    QFETCH(const std::function<void(BootloaderClient&)>, call);
-    QFETCH(const QByteArray, request);
+    QFETCH(const Call, call);
     Link link;
+    QTEST(link.waited(call), "silence");
+    QTEST(link.line->requests.empty() ? QByteArray() : hex(link.line->requests.front()), "request");
+    link.answer(Bytes(3000, 0x55));
+    QTEST(link.waited(call), "deadline");
+    link.client.dropInput();
+    link.client.cancel();
+    const auto before = link.line->now;
     call(link.client);
-    QCOMPARE(link.line->requests.size(), std::size_t(1));
-    QCOMPARE(link.line->requests.front(), bytes(request.constData()));
+    QVERIFY2(link.line->now - before <= milliseconds(300), "a cancelled exchange ends within its deadline");
+    QCOMPARE(findDeadline(BootCommand{0x42}), milliseconds(200));
+}
+
+void TestBootloaderClient::replies_data()
+{
+    QTest::addColumn<Call>("call");
+    QTest::addColumn<Bytes>("reply");
+    QTest::addColumn<QByteArray>("result");
+
+    const auto row = [](const char* name, const Call& call, const Bytes& reply, const QByteArray& result) {
+        QTest::newRow(name) << call << reply << result;
+    };
+    row("blank", blankCheck(0, 16), {0x90}, "blank");
+    row("not blank", blankCheck(0, 16), {0x70}, "not blank");
+    row("blank check refused", blankCheck(0, 16), {0xA0}, "unanswered");
+    row("blank check, data", blankCheck(0, 16), bytes("80 00 00 00 00 00 7F FF"), "unanswered");
+    row("erased", eraseMemory, {0x90}, "yes");
+    row("erase refused", eraseMemory, {0xA0}, "no");
+    row("erase, another status", eraseMemory, {0x70}, "no");
+    row("noise before the status", eraseMemory, {0x00, 0x55, 0x90}, "yes");
+    row("a stray 80 is a data reply", eraseMemory, {0x80, 0x90, 0x90, 0x90, 0x90}, "no");
+    row("written", writeBlock(0, {1, 2}), {0x90}, "yes");
+    row("write refused", writeBlock(0, {1, 2}), {0xA0}, "no");
+    row("ping refused", ping, {0xA0}, "yes");
+    row("reset refused", resetDevice, {0xA0}, "yes");
+    row("read", readBlock(0, 4), bytes("80 12 34 56 02 00 AA BB CC DD 2F DD"), "AA BB CC DD");
+    row("read, the device's length", readBlock(0, 512), bytes("80 00 00 00 01 00 AA BB D4 44"), "AA BB");
+    row("read, checksum swapped", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BB 44 D4"), "AA BB");
+    row("read, another status", readBlock(0, 2), {0x90}, "");
+    row("read, head short", readBlock(0, 2), bytes("80 00 00 00 01"), "");
+    row("read, data short", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BB D4"), "");
+    row("read, a bit flipped", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BA D4 44"), "");
+    row("read, longest", readBlock(0, 2038), ScriptedLine::dataReply(Bytes(2038, 7)).bytes, hex(Bytes(2038, 7)));
+    row("read, too long", readBlock(0, 2040), ScriptedLine::dataReply(Bytes(2040, 7)).bytes, "");
+    row("version", readVersion, ScriptedLine::dataReply(bytes("42 10 C5 2F 01 03")).bytes,
+        "01 01 02 02 3F 05 / 301 3100 1ffff");
+    row("version, unknown device", readVersion, ScriptedLine::dataReply(bytes("FF FF 01 01 00 04 99 99")).bytes,
+        "0F 3F 3F 00 04 01 / 400 3100 ffff");
+    row("version, short", readVersion, ScriptedLine::dataReply({1, 2}).bytes, "00 00 00 00 00 00 / 1234 0 0");
+    row("version, empty", readVersion, ScriptedLine::dataReply({}).bytes, "00 00 00 00 00 00 / 1234 0 0");
+    row("version refused", readVersion, {0xA0}, "no");
+}
+
+void TestBootloaderClient::replies()
+{
+    QFETCH(const Call, call);
+    QFETCH(const Bytes, reply);
+    Link link(reply);
+    link.client.open("scripted", 921600);
+    link.client.deviceId = 0x1234;
+    QTEST(call(link.client), "result");
+}
+
+/// A reply that comes after its deadline answers the next request, unless the line is brought back in step.
+void TestBootloaderClient::resynchronise()
+{
+    for (const bool resynchronised : {false, true}) {
+        Link link(ScriptedLine::dataReply({7, 7}).bytes, milliseconds(350));
+        QVERIFY(link.client.readBlock(0, 2).empty());
+        link.answer(ScriptedLine::dataReply({1, 2}).bytes);
+        if (resynchronised)
+            link.client.resynchronise();
+        QCOMPARE(hex(link.client.readBlock(0, 2)), QByteArray(resynchronised ? "01 02" : "07 07"));
+    }
+    Link link({0x90});
+    link.client.eraseMemory();
+    const auto start = link.line->now;
+    link.client.resynchronise();
+    QCOMPARE(link.line->now, start);
+    link.line->deliver({Bytes(100'000)});
+    link.client.dropInput();
+    QVERIFY2(link.line->now - start < milliseconds(1000), "ends on a line that is never silent");
+}
+
+void TestBootloaderClient::echo()
+{
+    Link link({0x90});
+    link.client.echoOn = link.line->echo = true;
+    QVERIFY(link.client.writeBlock(0, Bytes(512, 0xA0)));
+    QVERIFY(link.line->input.empty());
+    link.line->writable = 0;
+    link.line->deliver({{0x90}});
+    QVERIFY2(link.client.eraseMemory(), "nothing sent, no echo to drop, and still a status to wait for");
+    link.line->writable = SIZE_MAX;
+    link.line->echo = false;
+    link.answer(Bytes(7, 0x90));
+    QVERIFY2(!link.client.eraseMemory(), "seven bytes of echo for eight");
+    QVERIFY(link.line->input.empty());
+}
+
+void TestBootloaderClient::slowLines()
+{
+    Link link;
+    const auto limits = [&](std::uint32_t baudRate) {
+        link.client.open("scripted", baudRate);
+        return std::pair(link.line->opened.writeTimeoutMs, link.line->opened.readTimeoutMs);
+    };
+    for (const std::uint32_t full : {0U, 57600U, 921600U, UINT32_MAX})
+        QCOMPARE(limits(full), std::pair(500U, 100U));
+    QCOMPARE(limits(1), std::pair(28'800'000U, 5'760'000U));
+    QCOMPARE(limits(56000), std::pair(515U, 103U));
+    QCOMPARE(limits(9600), std::pair(3000U, 600U));
+    QVERIFY(link.line->opened.portName == "scripted" && link.line->opened.baudRate == 9600);
+    link.answer(ScriptedLine::dataReply(Bytes(512)).bytes);
+    QCOMPARE(link.client.readBlock(0, 512), Bytes(512));
+    link.answer({0x90});
+    QVERIFY(link.client.writeBlock(0, Bytes(512)));
 }
 
 QTEST_GUILESS_MAIN(TestBootloaderClient)
