@@ -1,0 +1,48 @@
+#include "tools/devicesim/DeviceMemory.h"
+
+#include <algorithm>
+
+namespace devicesim
+{
+
+DeviceMemory::DeviceMemory(std::span<const std::uint8_t> content, std::optional<StuckBit> stuck)
+    : cells(content.begin(), content.end())
+    , stuckBit(stuck)
+{
+    cells.resize(size, 0xFF);
+    applyStuckBit();
+}
+
+void DeviceMemory::erase()
+{
+    std::fill(cells.begin(), cells.end(), std::uint8_t{0xFF});
+    applyStuckBit();
+}
+
+void DeviceMemory::write(std::size_t address, std::span<const std::uint8_t> bytes)
+{
+    for (const std::uint8_t byte : bytes) {
+        cells[address] = static_cast<std::uint8_t>(cells[address] & byte);
+        ++address;
+    }
+    applyStuckBit();
+}
+
+bool DeviceMemory::isBlank(std::size_t address, std::size_t length) const
+{
+    const auto first = cells.begin() + static_cast<std::ptrdiff_t>(address);
+    return std::all_of(
+        first, first + static_cast<std::ptrdiff_t>(length), [](std::uint8_t byte) { return byte == 0xFF; });
+}
+
+void DeviceMemory::applyStuckBit()
+{
+    if (!stuckBit) {
+        return;
+    }
+    std::uint8_t& cell = cells[stuckBit->address];
+    const int mask = 1 << stuckBit->bit;
+    cell = static_cast<std::uint8_t>(stuckBit->value ? cell | mask : cell & ~mask);
+}
+
+} // namespace devicesim

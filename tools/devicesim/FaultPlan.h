@@ -1,0 +1,52 @@
+#pragma once
+
+#include "tools/devicesim/DeviceMemory.h"
+
+#include <QString>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace devicesim
+{
+
+/// Faults that happen by chance, each rolled for every request on its own.
+enum class Fault : std::uint8_t {
+    Drop,   ///< The request is carried out, its reply is lost.
+    Late,   ///< The reply comes late.
+    Refuse, ///< The request is not carried out but refused.
+    Cut,    ///< The first part of a data reply comes, the rest is lost.
+    Flip,   ///< One bit of the reply is wrong.
+    Noise,  ///< Bytes that are no status come before the reply.
+    Stray,  ///< A status byte that belongs to nothing comes before the reply.
+    Lose    ///< One to three bytes of the request are lost on the way to the device.
+};
+constexpr std::size_t faultKinds = 8;
+
+/// What is to go wrong.
+struct FaultPlan {
+    double& probability(Fault fault) { return probabilities[static_cast<std::size_t>(fault)]; }
+    double probability(Fault fault) const { return probabilities[static_cast<std::size_t>(fault)]; }
+
+    /// Adds a fault as the command line names it, "NAME" or "NAME:VALUE".
+    /// @return an empty text, or what is wrong with `text`; the plan is then unchanged.
+    QString add(const QString& text);
+
+    /// One line a fault: its name, what its value means, what it does.
+    static QString help();
+
+    /// By `Fault`, 0 to 1.
+    std::array<double, faultKinds> probabilities = {};
+    std::optional<StuckBit> stuckBit;
+    /// The first blank check after an erase answers that the memory is not blank.
+    bool dirtyBlank = false;
+    /// The line hangs up at this request, counted from 1, instead of a reply; 0: never.
+    std::uint64_t hangupAt = 0;
+    /// For so long after its start the device hears nothing.
+    std::chrono::milliseconds startDelay{0};
+};
+
+} // namespace devicesim
