@@ -1,0 +1,368 @@
+#include "burn/BurnThread.h"
+
+#include "bootloader/BootloaderClient.h"
+#include "burn/BurnMessageEvent.h"
+#include "burn/BurnProgressEvent.h"
+#include "firmware/FirmwareFile.h"
+
+#include <QCoreApplication>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+/// Bytes of the largest block that goes to the device.
+constexpr std::size_t blockSize = 512;
+/// The last address that a request can name.
+constexpr std::uint32_t lastAddress = 0xFFFF;
+/// `link` of a firmware file for a line that echoes what is sent.
+constexpr int echoLink = 1;
+
+constexpr int usualDeadlineMs = 1000;
+constexpr int powerupDelayMs = 3000;
+constexpr int noDeadline = -1;
+
+/// What the progress bar spans in a state.
+enum class Span { Unchanged, Delay, Image };
+
+} // namespace
+
+/// What entering a state shows, in this order, and what one pass in it does.
+struct BurnThread::StateRow {
+    State state;
+    bool stoppable;
+    const char* status;
+    int deadlineMs;
+    Span span;
+    std::array<const char*, 2> log;
+    void (BurnThread::*step)();
+};
+
+const BurnThread::StateRow& BurnThread::rowOf(State wanted)
+{
+    using T = BurnThread;
+    using enum State;
+    // clang-format off
+    static constexpr std::array<StateRow, 8> rows = {{
+        {Finished, true, nullptr, usualDeadlineMs, Span::Unchanged,
+            {QT_TR_NOOP("<b>Complete</b>")}, &T::finishedStep},
+        {WaitDevice, true, QT_TR_NOOP("Waiting for device"), noDeadline, Span::Unchanged,
+            {QT_TR_NOOP("Waiting for device on '%1'...")}, &T::waitDeviceStep},
+        {PowerupDelay, true, QT_TR_NOOP("Delay"), powerupDelayMs, Span::Delay,
+            {QT_TR_NOOP("Powerup delay...")}, &T::powerupDelayStep},
+        {Erase, false, QT_TR_NOOP("Erasing"), usualDeadlineMs, Span::Unchanged,
+            {QT_TR_NOOP("<b>DO NOT TURN OFF</b> device during programming"), QT_TR_NOOP("Erasing...")}, &T::eraseStep},
+        {BlankCheck, false, QT_TR_NOOP("Blank Checking"), usualDeadlineMs, Span::Image,
+            {QT_TR_NOOP("Blank Checking...")}, &T::blankCheckStep},
+        {Program, false, QT_TR_NOOP("Programming"), usualDeadlineMs, Span::Image,
+            {QT_TR_NOOP("Programming...")}, &T::programStep},
+        {Verify, true, QT_TR_NOOP("Verifying"), usualDeadlineMs, Span::Image,
+            {QT_TR_NOOP("Verifying...")}, &T::verifyStep},
+        {Reset, true, QT_TR_NOOP("Reset"), usualDeadlineMs, Span::Unchanged,
+            {QT_TR_NOOP("Reset device")}, &T::resetStep},
+    }};
+    // clang-format on
+    return *std::find_if(rows.begin(), rows.end(), [=](const StateRow& row) { return row.state == wanted; });
+}
+
+BurnThread::BurnThread(QObject* parent, ClientFactory clientFactory, Clock clock)
+    : QThread(parent)
+    , makeClient(std::move(clientFactory))
+    , now(std::move(clock))
+{
+    if (!makeClient)
+        makeClient = [] { return std::make_shared<BootloaderClient>(); };
+    if (!now)
+        now = [] { return QDeadlineTimer::current(Qt::CoarseTimer); };
+}
+
+BurnThread::~BurnThread() = default;
+
+void BurnThread::startBurn(const QString& port, const QString& file)
+{
+    portName = port;
+    fileName = file;
+    start(QThread::InheritPriority);
+}
+
+void BurnThread::stopBurn()
+{
+    // The reference is gone before the wait, so that the port is closed in any case when the wait ends.
+    if (const auto running = cancelHandle.take())
+        running->cancel();
+    requestInterruption();
+    wait(QDeadlineTimer(QDeadlineTimer::Forever));
+}
+
+void BurnThread::run()
+{
+    firmware = std::make_unique<FirmwareFile>();
+    client = makeClient();
+    cancelHandle.offer(client);
+    lastOutcome = Outcome::Failed;
+    if (loadFirmware() && openPort())
+        walkStates();
+    firmware.reset();
+    cancelHandle.take();
+    client.reset();
+}
+
+bool BurnThread::loadFirmware()
+{
+    const bool loaded = firmware->load(fileName);
+    const QString reason = loaded ? refusal() : firmware->errorText;
+    if (loaded && reason.isEmpty())
+        return true;
+    postError(tr("Can't open input file. %1").arg(reason));
+    return false;
+}
+
+/// Why a firmware file that was read well must not be burned; empty when it may.
+QString BurnThread::refusal() const
+{
+    if (const auto address = firmware->image.firstDataAbove(lastAddress))
+        return tr("Data at address 0x%1 is out of reach of the bootloader").arg(*address, 0, 16);
+    if (firmware->baudrate <= 0)
+        return tr("A baud rate of %1 is not possible").arg(firmware->baudrate);
+    return {};
+}
+
+bool BurnThread::openPort()
+{
+    postLog(tr("Uploading firmware: '%1' %2").arg(firmware->target, firmware->version));
+    client->echoOn = firmware->link == echoLink;
+    if (client->open(portName.toStdString(), static_cast<std::uint32_t>(firmware->baudrate)))
+        return true;
+    postError(tr("Can't open serial port '%1'. %2").arg(portName, QString::fromStdWString(client->errorString())));
+    return false;
+}
+
+void BurnThread::walkStates()
+{
+    setState(State::WaitDevice);
+    while (!isInterruptionRequested())
+        (this->*rowOf(state).step)();
+    if (state != State::Finished) {
+        lastOutcome = Outcome::Cancelled;
+        postLog(tr("Operation cancelled by user"));
+    }
+}
+
+void BurnThread::setState(State newState)
+{
+    state = newState;
+    advance = true;
+    verification = {};
+    firmware->scanner.reset(0);
+    postValue(0);
+
+    const StateRow& row = rowOf(newState);
+    postEnabled(row.stoppable);
+    postStatus(tr(row.status));
+    deadline = row.deadlineMs == noDeadline ? QDeadlineTimer(QDeadlineTimer::Forever) : now() + row.deadlineMs;
+    if (row.span == Span::Delay) {
+        postRange(0, powerupDelayMs);
+    } else if (row.span == Span::Image) {
+        const auto [first, last] = firmware->image.addressRange();
+        postRange(static_cast<std::int32_t>(first), static_cast<std::int32_t>(last));
+    }
+    for (const char* line : row.log) {
+        if (line != nullptr)
+            postLog(tr(line).replace(QStringLiteral("%1"), portName));
+    }
+}
+
+void BurnThread::finishedStep()
+{
+    requestInterruption();
+}
+
+void BurnThread::waitDeviceStep()
+{
+    if (!client->readVersion())
+        return;
+    const auto versionLine = [](const QString& text, const BootVersion& version) {
+        return text.arg(version.major).arg(version.minor).arg(version.patch);
+    };
+    postLog(versionLine(tr("Found device bootloader: v%1.%2.%3"), client->bootloaderVersion));
+    postLog(versionLine(tr("Existing firmware: v%1.%2.%3"), client->firmwareVersion));
+    if (client->deviceId == firmware->device) {
+        setState(State::PowerupDelay);
+    } else {
+        postError(tr("Device is not support"));
+        setState(State::Finished);
+    }
+}
+
+void BurnThread::powerupDelayStep()
+{
+    const bool over = now() >= deadline;
+    if (over)
+        setState(State::Erase);
+    const std::int64_t remainingMs = std::max<std::int64_t>(deadline - now(), 0);
+    postValue(static_cast<std::int32_t>(powerupDelayMs - remainingMs));
+    client->ping();
+    // A late answer to a ping looks just like the device's word that it is erased.
+    if (over)
+        client->resynchronise();
+}
+
+void BurnThread::eraseStep()
+{
+    if (!client->eraseMemory())
+        return;
+    client->resynchronise();
+    postLog(tr("Erase successful"));
+    setState(State::BlankCheck);
+}
+
+void BurnThread::blankCheckStep()
+{
+    if (!takeBlock()) {
+        postLog(tr("Blank check complete, device is blank"));
+        setState(State::Program);
+        return;
+    }
+    const BlockScanner& block = firmware->scanner;
+    postValue(static_cast<std::int32_t>(block.address));
+    const BootAnswer answer = client->blankCheck(block.address, static_cast<std::uint64_t>(block.data.size()));
+    advance = answer.answered;
+    if (!answer.answered)
+        return;
+    client->resynchronise();
+    if (!answer.blank) {
+        postError(withBlock(tr("Found bad memory block %1:%2")));
+        setState(State::Erase);
+    }
+}
+
+void BurnThread::programStep()
+{
+    if (!takeBlock()) {
+        postLog(tr("Programming complete"));
+        setState(State::Verify);
+        return;
+    }
+    const BlockScanner& block = firmware->scanner;
+    postValue(static_cast<std::int32_t>(block.address));
+    advance = client->writeBlock(block.address, {block.data.begin(), block.data.end()});
+    if (advance)
+        client->resynchronise();
+    else
+        postError(withBlock(tr("Error while writing memory block %1:%2")));
+}
+
+void BurnThread::verifyStep()
+{
+    if (!takeBlock()) {
+        closeVerification();
+        return;
+    }
+    const BlockScanner& block = firmware->scanner;
+    postValue(static_cast<std::int32_t>(block.address));
+    const auto readBack = client->readBlock(block.address, static_cast<std::uint64_t>(block.data.size()));
+    if (readBack.empty())
+        repeatRead();
+    else
+        judgeBlock(std::equal(readBack.begin(), readBack.end(), block.data.begin(), block.data.end(),
+            [](std::uint8_t read, char written) { return read == static_cast<std::uint8_t>(written); }));
+}
+
+/// Has the present block, of which nothing came, read again.
+void BurnThread::repeatRead()
+{
+    postError(withBlock(tr("Error while verifying %1:%2")));
+    client->resynchronise();
+    verification.replyDue = true;
+    advance = false;
+}
+
+/// Takes the result of comparing the present block. One that differs gets a second look on a quiet line, since what
+/// was compared may have been a late reply to an earlier request.
+void BurnThread::judgeBlock(bool matches)
+{
+    const bool lookAgain = !matches && !verification.secondLook;
+    if (lookAgain)
+        postError(withBlock(tr("Data no match %1:%2")));
+    // The reply to a read that was given up may follow the one to its repetition, and must not stand for the next
+    // block.
+    if (lookAgain || verification.replyDue)
+        client->dropInput();
+    verification.replyDue = false;
+    verification.secondLook = lookAgain;
+    advance = !lookAgain;
+    if (advance) {
+        ++verification.blocks;
+        verification.badBlocks += matches ? 0 : 1;
+    }
+}
+
+void BurnThread::closeVerification()
+{
+    if (verification.badBlocks == 0) {
+        postLog(tr("Verification successful"));
+        setState(State::Reset);
+    } else {
+        // Without the reset the bootloader stays in charge, and the user can burn again.
+        postError(
+            tr("Verification failed: %1 of %2 blocks differ").arg(verification.badBlocks).arg(verification.blocks));
+        setState(State::Finished);
+    }
+}
+
+void BurnThread::resetStep()
+{
+    client->resetDevice(0);
+    lastOutcome = Outcome::Succeeded;
+    setState(State::Finished);
+}
+
+/// Makes the block of this pass the present one: the next one, or the same once more.
+/// @return false when no block is left.
+bool BurnThread::takeBlock()
+{
+    return !advance || firmware->scanner.next(blockSize);
+}
+
+/// `text` with address and size of the present block in place of %1 and %2.
+QString BurnThread::withBlock(const QString& text) const
+{
+    const BlockScanner& block = firmware->scanner;
+    return text.arg(block.address, 5, 16, QLatin1Char('0')).arg(block.data.size(), 3, 16, QLatin1Char('0'));
+}
+
+void BurnThread::postLog(const QString& text)
+{
+    QCoreApplication::postEvent(parent(), new BurnMessageEvent(MessageKind::Log, text));
+}
+
+void BurnThread::postError(const QString& text)
+{
+    QCoreApplication::postEvent(parent(), new BurnMessageEvent(MessageKind::Error, text));
+}
+
+void BurnThread::postStatus(const QString& text)
+{
+    QCoreApplication::postEvent(parent(), new BurnMessageEvent(MessageKind::Status, text));
+}
+
+void BurnThread::postValue(std::int32_t value)
+{
+    QCoreApplication::postEvent(parent(), new BurnProgressEvent(ProgressKind::Value, value));
+}
+
+void BurnThread::postRange(std::int32_t minimum, std::int32_t maximum)
+{
+    QCoreApplication::postEvent(parent(), new BurnProgressEvent(ProgressKind::Minimum, minimum));
+    QCoreApplication::postEvent(parent(), new BurnProgressEvent(ProgressKind::Maximum, maximum));
+}
+
+void BurnThread::postEnabled(bool enabled)
+{
+    QCoreApplication::postEvent(parent(), new BurnProgressEvent(ProgressKind::Enabled, enabled ? 1 : 0));
+}

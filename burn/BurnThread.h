@@ -1,0 +1,133 @@
+#pragma once
+
+#include "burn/CancelHandle.h"
+
+#include <QDeadlineTimer>
+#include <QString>
+#include <QThread>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+class BootloaderClient;
+class FirmwareFile;
+
+/// Runs burns, one at a time, each on a thread of its own: reads the firmware file, opens the port, and walks the
+/// device through erase, blank check, programming, verification and reset.
+///
+/// What there is to show goes as `BurnMessageEvent` and `BurnProgressEvent` to the parent, in order, all of it before
+/// `finished`. The object serves any number of burns, one after the other, with a new client each. Its own operations
+/// are for the thread that it was made on.
+class BurnThread : public QThread
+{
+    Q_OBJECT
+
+public:
+    /// Makes a closed client for one burn; called on the worker thread.
+    using ClientFactory = std::function<std::shared_ptr<BootloaderClient>()>;
+
+    /// Tells the present moment; called on the worker thread.
+    using Clock = std::function<QDeadlineTimer()>;
+
+    enum class Outcome {
+        /// Every block was read back and compared equal, and the device was told to reset.
+        Succeeded,
+        /// The burn ended by itself without that.
+        Failed,
+        /// A stop came first.
+        Cancelled,
+    };
+
+    /// `parent` receives the events and outlives every burn. By default the clients have a port of this platform, and
+    /// the clock is the system's.
+    explicit BurnThread(QObject* parent, ClientFactory clientFactory = {}, Clock clock = {});
+    ~BurnThread() override;
+    Q_DISABLE_COPY_MOVE(BurnThread)
+
+    /// Starts a burn; only while none runs. The file is read, and the port opened by its system name, on the worker
+    /// thread.
+    void startBurn(const QString& port, const QString& file);
+
+    /// Stops the running burn and blocks until its thread has ended and its port is closed: a running exchange ends at
+    /// its reply deadline (300 ms), reading the file is not cut short. No reset is sent.
+    void stopBurn();
+
+    /// How the last burn ended. Says something once its thread has finished.
+    Outcome outcome() const { return lastOutcome; }
+
+protected:
+    void run() override;
+
+private:
+    enum class State : std::int32_t {
+        Finished = 0,
+        WaitDevice = 1,
+        PowerupDelay = 2,
+        Erase = 3,
+        BlankCheck = 4,
+        Program = 5,
+        Verify = 7,
+        Reset = 8,
+    };
+    struct StateRow;
+
+    /// What a pass of `Verify` has found so far.
+    struct Verification {
+        int blocks = 0;
+        int badBlocks = 0;
+        /// The present block differed once and is being read again.
+        bool secondLook = false;
+        /// A read of the present block was given up; its reply may still come.
+        bool replyDue = false;
+    };
+
+    static const StateRow& rowOf(State wanted);
+    void setState(State newState);
+
+    bool loadFirmware();
+    QString refusal() const;
+    bool openPort();
+    void walkStates();
+
+    void finishedStep();
+    void waitDeviceStep();
+    void powerupDelayStep();
+    void eraseStep();
+    void blankCheckStep();
+    void programStep();
+    void verifyStep();
+    void resetStep();
+
+    bool takeBlock();
+    QString withBlock(const QString& text) const;
+    void repeatRead();
+    void judgeBlock(bool matches);
+    void closeVerification();
+
+    void postLog(const QString& text);
+    void postError(const QString& text);
+    void postStatus(const QString& text);
+    void postValue(std::int32_t value);
+    void postRange(std::int32_t minimum, std::int32_t maximum);
+    void postEnabled(bool enabled);
+
+    QString portName;
+    QString fileName;
+    /// The state that the next pass works in.
+    State state = State::Finished;
+    /// The end of the present state, where it has one.
+    QDeadlineTimer deadline;
+    /// The worker's reference; null outside a run.
+    std::shared_ptr<BootloaderClient> client;
+    /// Null outside a run.
+    std::unique_ptr<FirmwareFile> firmware;
+    /// The next pass of a block state takes a new block; otherwise it repeats the present one.
+    bool advance = true;
+
+    Verification verification;
+    Outcome lastOutcome = Outcome::Failed;
+    ClientFactory makeClient;
+    Clock now;
+    CancelHandle cancelHandle;
+};
