@@ -1,0 +1,162 @@
+#include "app/MainDialog.h"
+
+#include "app/PaletteInfo.h"
+#include "burn/BurnMessageEvent.h"
+#include "burn/BurnProgressEvent.h"
+#include "serial/SerialComboBox.h"
+#include "ui_MainDialog.h"
+
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QFileDialog>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QShortcut>
+
+#include <utility>
+
+namespace
+{
+
+constexpr QRgb errorOnDark = 0xEF5350;
+constexpr QRgb errorOnLight = 0xC62828;
+
+} // namespace
+
+MainDialog::MainDialog(QWidget* parent, BurnThread::ClientFactory clientFactory)
+    : QDialog(parent)
+    , ui(std::make_unique<MainDialogUi>())
+    , btnStart(nullptr)
+    , burnThread(nullptr)
+{
+    ui->setupUi(this);
+    ui->pb->setRange(0, 1);
+    ui->pb->setValue(0);
+    ui->pb->setTextVisible(false);
+    ui->lblState->hide();
+    ui->pb->hide();
+    ui->textLog->setReadOnly(true);
+    connect(ui->btnBrowse, &QPushButton::clicked, this, &MainDialog::onBrowse);
+    btnStart = ui->bb->addButton(tr("&Start programming"), QDialogButtonBox::ActionRole);
+    connect(btnStart, &QPushButton::clicked, this, &MainDialog::onStartClicked);
+    connect(ui->bb, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    burnThread = new BurnThread(this, std::move(clientFactory));
+    connect(burnThread, &QThread::finished, this, &MainDialog::onThreadFinished);
+    setWindowTitle(tr("%1 v%2").arg(QCoreApplication::applicationName(), QCoreApplication::applicationVersion()));
+
+    // A dialog takes Escape for a reject, which hides it without a close event, and so without the question.
+    const auto* escape = new QShortcut(Qt::Key_Escape, this);
+    connect(escape, &QShortcut::activated, this, &QWidget::close);
+}
+
+MainDialog::~MainDialog()
+{
+    if (burnThread->isRunning())
+        burnThread->stopBurn();
+    delete burnThread;
+}
+
+void MainDialog::onBrowse()
+{
+    const QString fileName = QFileDialog::getOpenFileName(
+        this, tr("Open File"), ui->eFilename->text(), tr("Firmware files (*.txt);;All files (*.*)"));
+    if (!fileName.isEmpty())
+        ui->eFilename->setText(fileName);
+}
+
+void MainDialog::onStartClicked()
+{
+    if (burnThread->isRunning()) {
+        burnThread->stopBurn();
+        return;
+    }
+    setIdle(false);
+    burnThread->startBurn(ui->cbSerial->currentPort(), ui->eFilename->text());
+}
+
+void MainDialog::onThreadFinished()
+{
+    ui->pb->setValue(0);
+    setIdle(true);
+}
+
+/// Switches the widgets between their looks with and without a burn.
+void MainDialog::setIdle(bool idle)
+{
+    ui->cbSerial->setEnabled(idle);
+    ui->eFilename->setEnabled(idle);
+    ui->btnBrowse->setEnabled(idle);
+    btnStart->setEnabled(idle);
+    btnStart->setText(idle ? tr("&Start programming") : tr("&Break"));
+    ui->bb->button(QDialogButtonBox::Close)->setEnabled(idle);
+}
+
+void MainDialog::customEvent(QEvent* event)
+{
+    if (event->type() == BurnMessageEvent::eventType)
+        showMessage(static_cast<const BurnMessageEvent&>(*event));
+    else if (event->type() == BurnProgressEvent::eventType)
+        showProgress(static_cast<const BurnProgressEvent&>(*event));
+    event->accept();
+}
+
+void MainDialog::showMessage(const BurnMessageEvent& message)
+{
+    switch (message.kind) {
+    case MessageKind::Log:
+        appendToLog(message.text);
+        break;
+    case MessageKind::Error: {
+        const QColor color(paletteInfo().dark ? errorOnDark : errorOnLight);
+        appendToLog(QStringLiteral("<font color=\"%1\">%2</font>").arg(color.name(), message.text));
+        break;
+    }
+    case MessageKind::Status:
+        ui->lblState->setText(message.text);
+        ui->lblState->setVisible(!message.text.isEmpty());
+        ui->pb->setVisible(!message.text.isEmpty());
+        break;
+    }
+}
+
+void MainDialog::showProgress(const BurnProgressEvent& progress)
+{
+    switch (progress.kind) {
+    case ProgressKind::Value:
+        ui->pb->setValue(progress.value);
+        break;
+    case ProgressKind::Minimum:
+        ui->pb->setMinimum(progress.value);
+        break;
+    case ProgressKind::Maximum:
+        ui->pb->setMaximum(progress.value);
+        break;
+    case ProgressKind::Enabled:
+        btnStart->setEnabled(progress.value != 0);
+        break;
+    }
+}
+
+/// Adds a line, of plain or rich text.
+void MainDialog::appendToLog(const QString& line)
+{
+    ui->textLog->append(line);
+    ui->textLog->ensureCursorVisible();
+}
+
+void MainDialog::closeEvent(QCloseEvent* event)
+{
+    if (!burnThread->isRunning()) {
+        event->accept();
+        return;
+    }
+    const auto answer = QMessageBox::question(this, tr("Close"),
+        tr("An operation is still in progress.\nAre you to exit?"), QMessageBox::Yes | QMessageBox::No);
+    event->setAccepted(answer == QMessageBox::Yes);
+}
+
+void MainDialog::changeEvent(QEvent* event)
+{
+    if (event->type() == QEvent::ThemeChange)
+        paletteInfo().refresh();
+}

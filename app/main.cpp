@@ -1,0 +1,15 @@
+#include "app/MainDialog.h"
+
+#include <QApplication>
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("Quorle"));
+    QCoreApplication::setApplicationName(QStringLiteral("Tavimora"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TAVIMORA_VERSION));
+
+    QApplication application(argc, argv);
+    MainDialog dialog;
+    dialog.show();
+    return QApplication::exec();
+}
