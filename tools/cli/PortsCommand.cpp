@@ -1,23 +1,17 @@
 #include "tools/cli/PortsCommand.h"
 
 #include "serial/PortEnumerator.h"
+#include "tools/cli/Terminal.h"
 
 #include <QString>
 #include <QStringList>
 
-#include <algorithm>
-
 namespace
 {
 
-/// The text on one line and without anything that a terminal or the reader of the columns would take for a command: a
-/// device's strings are the device's to choose.
-QString field(const std::wstring& wide)
+QString text(const std::wstring& wide)
 {
-    QString text = QString::fromStdWString(wide);
-    std::replace_if(
-        text.begin(), text.end(), [](QChar character) { return character.category() == QChar::Other_Control; }, u' ');
-    return text;
+    return printable(QString::fromStdWString(wide));
 }
 
 QString idsOf(const PortInfo& port)
@@ -31,15 +25,15 @@ QString idsOf(const PortInfo& port)
 
 } // namespace
 
-int listPorts(QTextStream& out, bool toTerminal)
+ExitStatus listPorts(QTextStream& out, bool toTerminal)
 {
     if (toTerminal)
         out << "Port\tDescription\tManufacturer\tSerial number\tIds\n";
     for (const PortInfo& port : availablePorts()) {
-        const QStringList fields = {field(port.portName), field(port.description), field(port.manufacturer),
-            field(port.serialNumber), idsOf(port)};
+        const QStringList fields = {
+            text(port.portName), text(port.description), text(port.manufacturer), text(port.serialNumber), idsOf(port)};
         out << fields.join(QLatin1Char('\t')) << '\n';
     }
     out.flush();
-    return out.status() == QTextStream::Ok ? 0 : 1;
+    return out.status() == QTextStream::Ok ? ExitStatus::Success : ExitStatus::Failure;
 }

@@ -1,4 +1,6 @@
+#include "tools/cli/BurnCommand.h"
 #include "tools/cli/PortsCommand.h"
+#include "tools/cli/Terminal.h"
 
 #include <QCoreApplication>
 #include <QStringList>
@@ -6,16 +8,40 @@
 
 #include <cstdio>
 
-#include <unistd.h>
+namespace
+{
+
+constexpr const char* usage = "usage: tavimora-cli ports\n"
+                              "       tavimora-cli burn --port NAME [--timeout SECONDS] FILE\n"
+                              "       tavimora-cli --help | --version\n";
+
+ExitStatus runCommand(const QStringList& arguments)
+{
+    const QString command = arguments.value(0);
+    if (command == u"burn")
+        return burnCommand(arguments.mid(1));
+    if (command == u"ports" && arguments.size() == 1) {
+        QTextStream out(stdout);
+        return listPorts(out, isTerminal(stdout));
+    }
+    if (command == u"--help" || command == u"-h") {
+        std::fputs(usage, stdout);
+        return ExitStatus::Success;
+    }
+    if (command == u"--version") {
+        std::printf("tavimora-cli %s\n", qPrintable(QCoreApplication::applicationVersion()));
+        return ExitStatus::Success;
+    }
+    std::fputs(usage, stderr);
+    return ExitStatus::Usage;
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
+    QCoreApplication::setApplicationName(QStringLiteral("tavimora-cli"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TAVIMORA_VERSION));
     const QCoreApplication application(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments().mid(1);
-    if (arguments == QStringList(QStringLiteral("ports"))) {
-        QTextStream out(stdout);
-        return listPorts(out, isatty(STDOUT_FILENO) != 0);
-    }
-    QTextStream(stderr) << "usage: tavimora-cli ports\n";
-    return 2;
+    return static_cast<int>(runCommand(QCoreApplication::arguments().mid(1)));
 }

@@ -1,0 +1,118 @@
+#include "tools/cli/BurnConsole.h"
+
+#include "burn/BurnMessageEvent.h"
+#include "burn/BurnProgressEvent.h"
+#include "tools/cli/StopSignal.h"
+#include "tools/cli/Terminal.h"
+
+#include <QEventLoop>
+
+#include <cstdio>
+
+namespace
+{
+
+/// A line of the log without the worker's markup.
+QString plainText(QString text)
+{
+    return printable(text.remove(QStringLiteral("<b>")).remove(QStringLiteral("</b>"))).trimmed();
+}
+
+} // namespace
+
+BurnConsole::BurnConsole(std::optional<std::chrono::seconds> deviceTimeout, QObject* parent)
+    : QObject(parent)
+    , deviceLimit(deviceTimeout)
+    , burnThread(this)
+{
+    deviceTimer.setSingleShot(true);
+    connect(&deviceTimer, &QTimer::timeout, this, &BurnConsole::onDeviceTimeout);
+}
+
+BurnConsole::~BurnConsole()
+{
+    if (burnThread.isRunning())
+        burnThread.stopBurn();
+}
+
+ExitStatus BurnConsole::run(const QString& portName, const QString& fileName)
+{
+    const StopSignal stopSignal([this] { onStopSignal(); });
+    QEventLoop loop;
+    connect(&burnThread, &QThread::finished, &loop, &QEventLoop::quit);
+    statesEntered = 0;
+    stopReason.reset();
+    burnThread.startBurn(portName, fileName);
+    loop.exec();
+    burnThread.wait();
+    bar.clear();
+
+    if (burnThread.outcome() == BurnThread::Outcome::Succeeded)
+        return ExitStatus::Success;
+    return stopReason.value_or(ExitStatus::Failure);
+}
+
+void BurnConsole::customEvent(QEvent* event)
+{
+    if (event->type() == BurnMessageEvent::eventType) {
+        const auto* message = static_cast<BurnMessageEvent*>(event);
+        if (message->kind == MessageKind::Status)
+            enterState(message->text);
+        else
+            printLine(message->text);
+    } else if (event->type() == BurnProgressEvent::eventType) {
+        const auto* progress = static_cast<BurnProgressEvent*>(event);
+        switch (progress->kind) {
+        case ProgressKind::Value:
+            bar.setValue(progress->value);
+            break;
+        case ProgressKind::Minimum:
+            bar.setMinimum(progress->value);
+            break;
+        case ProgressKind::Maximum:
+            bar.setMaximum(progress->value);
+            break;
+        case ProgressKind::Enabled:
+            break;
+        }
+    }
+}
+
+void BurnConsole::printLine(const QString& text)
+{
+    bar.clear();
+    const QByteArray line = plainText(text).toLocal8Bit() + '\n';
+    std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stdout);
+    std::fflush(stdout);
+}
+
+void BurnConsole::enterState(const QString& name)
+{
+    bar.setLabel(name);
+    // The first state of a burn is the wait for the device; whatever follows is reached only with one.
+    ++statesEntered;
+    if (statesEntered == 1 && deviceLimit)
+        deviceTimer.start(*deviceLimit);
+    else
+        deviceTimer.stop();
+}
+
+void BurnConsole::onDeviceTimeout()
+{
+    stop(ExitStatus::NoDevice);
+}
+
+void BurnConsole::onStopSignal()
+{
+    stop(ExitStatus::Stopped);
+}
+
+void BurnConsole::stop(ExitStatus reason)
+{
+    deviceTimer.stop();
+    if (!burnThread.isRunning())
+        return;
+    if (!stopReason)
+        stopReason = reason;
+    burnThread.stopBurn();
+}

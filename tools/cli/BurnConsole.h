@@ -1,0 +1,47 @@
+#pragma once
+
+#include "burn/BurnThread.h"
+#include "tools/cli/ExitStatus.h"
+#include "tools/cli/ProgressBar.h"
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+#include <chrono>
+#include <optional>
+
+/// Shows one burn on the console: the lines of its log as plain text on standard output, a progress bar on standard
+/// error when that is a terminal. Receives the events of the `BurnThread` that it owns.
+class BurnConsole : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// `deviceTimeout` limits the wait for the device and nothing else; without it the wait has no end.
+    explicit BurnConsole(std::optional<std::chrono::seconds> deviceTimeout, QObject* parent = nullptr);
+
+    /// Stops a burn that is under way and waits for its end.
+    ~BurnConsole() override;
+
+    /// Runs the burn and an event loop until it has ended. SIGINT, SIGTERM and SIGHUP stop it.
+    ExitStatus run(const QString& portName, const QString& fileName);
+
+protected:
+    void customEvent(QEvent* event) override;
+
+private:
+    void printLine(const QString& text);
+    void enterState(const QString& name);
+    void onDeviceTimeout();
+    void onStopSignal();
+    void stop(ExitStatus reason);
+
+    ProgressBar bar;
+    QTimer deviceTimer;
+    std::optional<std::chrono::seconds> deviceLimit;
+    int statesEntered = 0;
+    /// Why this side stopped the burn, if it did.
+    std::optional<ExitStatus> stopReason;
+    BurnThread burnThread;
+};

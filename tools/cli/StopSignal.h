@@ -1,0 +1,22 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+/// Watches for the wish of the user or the system that the program ends: SIGINT, SIGTERM and SIGHUP on POSIX, the
+/// console's control events on Windows. One object at a time.
+class StopSignal
+{
+public:
+    /// `onStop` runs on the event loop of the thread that made this object, once for each signal.
+    explicit StopSignal(std::function<void()> onStop);
+    StopSignal(const StopSignal&) = delete;
+    StopSignal& operator=(const StopSignal&) = delete;
+
+    /// Gives the signals back to who had them before.
+    ~StopSignal();
+
+private:
+    struct Watch;
+    std::unique_ptr<Watch> watch;
+};

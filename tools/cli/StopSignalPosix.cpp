@@ -1,0 +1,84 @@
+#include "tools/cli/StopSignal.h"
+
+#include <QSocketNotifier>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr std::array stopSignals{SIGINT, SIGTERM, SIGHUP};
+
+// The write end of the pipe for the handler, which may use async-signal-safe functions only (POSIX.1-2017, 2.4.3).
+volatile std::sig_atomic_t wakeUpEnd = -1;
+
+void onSignal(int /*number*/)
+{
+    const int error = errno;
+    const char byte = 0;
+    [[maybe_unused]] const ssize_t written = write(wakeUpEnd, &byte, 1);
+    errno = error;
+}
+
+} // namespace
+
+struct StopSignal::Watch {
+    explicit Watch(std::function<void()> onStop)
+        : handler(std::move(onStop))
+    {
+        if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+            return;
+        wakeUpEnd = ends[1];
+        notifier = std::make_unique<QSocketNotifier>(ends[0], QSocketNotifier::Read);
+        QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [this] {
+            std::array<char, 16> bytes{};
+            while (read(ends[0], bytes.data(), bytes.size()) > 0) {
+            }
+            handler();
+        });
+        struct sigaction action = {};
+        action.sa_handler = onSignal;
+        action.sa_flags = SA_RESTART;
+        for (std::size_t i = 0; i < stopSignals.size(); ++i)
+            sigaction(stopSignals[i], &action, &earlier[i]);
+        // A reader of the log that goes away must not end the program in the middle of an erase.
+        action.sa_handler = SIG_IGN;
+        sigaction(SIGPIPE, &action, &earlierPipe);
+    }
+
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+    ~Watch()
+    {
+        if (!notifier)
+            return;
+        for (std::size_t i = 0; i < stopSignals.size(); ++i)
+            sigaction(stopSignals[i], &earlier[i], nullptr);
+        sigaction(SIGPIPE, &earlierPipe, nullptr);
+        wakeUpEnd = -1;
+        notifier.reset();
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
+
+    std::function<void()> handler;
+    std::array<int, 2> ends{-1, -1};
+    std::unique_ptr<QSocketNotifier> notifier;
+    std::array<struct sigaction, stopSignals.size()> earlier{};
+    struct sigaction earlierPipe = {};
+};
+
+StopSignal::StopSignal(std::function<void()> onStop)
+    : watch(std::make_unique<Watch>(std::move(onStop)))
+{
+}
+
+StopSignal::~StopSignal() = default;
