@@ -1,5 +1,6 @@
 #include "firmware/FirmwareFile.h"
 
+#include "firmware/Base64.h"
 #include "firmware/QAESEncryption.h"
 
 #include <QBuffer>
@@ -14,7 +15,7 @@ namespace
 {
 
 /// Far above what any device holds; keeps a wrong pick in the file dialog from filling the memory.
-constexpr qint64 maxFileSize = 128 * 1024 * 1024;
+constexpr qint64 maxFileSize = qint64{128} * 1024 * 1024;
 
 constexpr qsizetype cipherBlockLength = 16;
 
@@ -59,11 +60,11 @@ bool FirmwareFile::parse(QByteArray content)
     }
     takeHeader(root.value(QLatin1String("header")).toObject());
 
-    QString imageText = root.value(QLatin1String("image")).toString();
+    QString base64 = root.value(QLatin1String("image")).toString();
     root = {};
-    QByteArray base64 = imageText.toLocal8Bit();
-    imageText.clear();
-    return decryptImage(QByteArray::fromBase64(std::move(base64)));
+    QByteArray cipherText = decodeBase64(base64);
+    base64.clear();
+    return decryptImage(std::move(cipherText));
 }
 
 void FirmwareFile::takeHeader(const QJsonObject& header)

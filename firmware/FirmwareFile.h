@@ -15,8 +15,8 @@ class FirmwareFile
 {
 public:
     FirmwareFile() = default;
-    FirmwareFile(const FirmwareFile&) = delete;
-    FirmwareFile& operator=(const FirmwareFile&) = delete;
+    ~FirmwareFile() = default;
+    Q_DISABLE_COPY_MOVE(FirmwareFile)
 
     /// Reads the file at `path` into a new object.
     /// @return false on failure, with the reason in `errorText`; the object is then fit for nothing else.

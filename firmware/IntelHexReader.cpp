@@ -12,22 +12,21 @@
 namespace
 {
 
-constexpr std::array<std::int8_t, 256> makeHexValues()
+constexpr std::uint8_t noDigit = 0xFF;
+
+constexpr std::array<std::uint8_t, 256> makeHexValues()
 {
-    std::array<std::int8_t, 256> values{};
-    values.fill(-1);
-    for (std::int8_t i = 0; i < 10; ++i) {
-        values[static_cast<std::size_t>('0' + i)] = i;
-    }
-    for (std::int8_t i = 0; i < 6; ++i) {
-        values[static_cast<std::size_t>('a' + i)] = values[static_cast<std::size_t>('A' + i)] =
-            static_cast<std::int8_t>(10 + i);
+    std::array<std::uint8_t, 256> values{};
+    values.fill(noDigit);
+    for (std::uint8_t i = 0; i < 16; ++i) {
+        values[static_cast<std::uint8_t>("0123456789abcdef"[i])] = i;
+        values[static_cast<std::uint8_t>("0123456789ABCDEF"[i])] = i;
     }
     return values;
 }
 
-/// The value of each character as a hexadecimal digit; -1 for one that is none.
-constexpr std::array<std::int8_t, 256> hexValues = makeHexValues();
+/// The value of each character as a hexadecimal digit; `noDigit` for one that is none.
+constexpr std::array<std::uint8_t, 256> hexValues = makeHexValues();
 
 /// Bytes of a record besides its data: the count, two of the offset, the type, the checksum.
 constexpr std::size_t recordOverhead = 5;
@@ -80,12 +79,12 @@ private:
         std::size_t begin = decoded.size();
         bool lowDigit = true;
         for (qsizetype i = text.size(); i > 0; --i) {
-            const int digit = hexValues[static_cast<std::uint8_t>(text[i - 1])];
-            if (digit < 0) {
+            const std::uint8_t digit = hexValues[static_cast<std::uint8_t>(text[i - 1])];
+            if (digit == noDigit) {
                 continue;
             }
             if (lowDigit) {
-                decoded[--begin] = static_cast<std::uint8_t>(digit);
+                decoded[--begin] = digit;
             } else {
                 decoded[begin] = static_cast<std::uint8_t>(decoded[begin] | digit << 4);
             }
@@ -132,7 +131,7 @@ private:
 // The lines are cut out of large chunks, since QIODevice::readLine asks an unbuffered device for every single byte.
 bool MemoryImage::readIntelHex(QIODevice& device)
 {
-    constexpr qint64 chunkLength = 64 * 1024;
+    constexpr qint64 chunkLength = qint64{64} * 1024;
     clear();
     IntelHexReader reader(*this);
     QByteArray text;

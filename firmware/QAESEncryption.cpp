@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <span>
 #include <vector>
 
 namespace
@@ -12,9 +13,9 @@ namespace
 /// Round keys as columns (row 0 in the low byte), in the order in which a block transform adds them.
 using KeySchedule = std::vector<std::uint32_t>;
 
-constexpr int columns = 4;
+constexpr std::size_t columns = 4;
 
-constexpr std::uint8_t row(std::uint32_t column, int index)
+constexpr std::uint8_t row(std::uint32_t column, std::size_t index)
 {
     return static_cast<std::uint8_t>(column >> 8 * index);
 }
@@ -39,7 +40,7 @@ std::uint32_t loadColumn(const void* bytes)
 KeySchedule keySchedule(const QByteArray& expandedKey)
 {
     KeySchedule schedule;
-    for (qsizetype i = 0; i < expandedKey.size(); i += columns) {
+    for (qsizetype i = 0; i < expandedKey.size(); i += 4) {
         schedule.push_back(loadColumn(expandedKey.constData() + i));
     }
     return schedule;
@@ -50,31 +51,41 @@ KeySchedule keySchedule(const QByteArray& expandedKey)
 ///
 /// `shift` tells by how many columns to the right of its place a byte of row 1 comes from (twice and three times that
 /// in the rows 2 and 3): 1 for ShiftRows, 3 for InvShiftRows.
-template <int shift>
-void transformBlock(
-    char* block, const KeySchedule& schedule, const aes::ColumnTables& mixed, const aes::ByteTable& substituted)
+template <std::size_t shift>
+void transformBlock(std::span<char, 16> block, const KeySchedule& schedule, const aes::ColumnTables& mixed,
+    const aes::ByteTable& substituted)
 {
     const std::uint32_t* key = schedule.data();
     const std::uint32_t* const lastKey = key + schedule.size() - columns;
     std::array<std::uint32_t, columns> state{};
-    for (int c = 0; c < columns; ++c) {
-        state[c] = loadColumn(block + 4 * c) ^ key[c];
+    for (std::size_t c = 0; c < columns; ++c) {
+        state[c] = loadColumn(&block[4 * c]) ^ key[c];
     }
-    const auto shifted = [&state](
-                             int column, int index) { return row(state[(column + shift * index) % columns], index); };
+    const auto shifted = [&state](std::size_t c, std::size_t r) { return row(state[(c + shift * r) % columns], r); };
     for (key += columns; key != lastKey; key += columns) {
         std::array<std::uint32_t, columns> next{};
-        for (int c = 0; c < columns; ++c) {
+        for (std::size_t c = 0; c < columns; ++c) {
             next[c] = mixed[0][shifted(c, 0)] ^ mixed[1][shifted(c, 1)] ^ mixed[2][shifted(c, 2)] ^
                       mixed[3][shifted(c, 3)] ^ key[c];
         }
         state = next;
     }
-    for (int c = 0; c < columns; ++c) {
+    for (std::size_t c = 0; c < columns; ++c) {
         const std::uint32_t column =
             std::uint32_t{substituted[shifted(c, 0)]} | std::uint32_t{substituted[shifted(c, 1)]} << 8 |
             std::uint32_t{substituted[shifted(c, 2)]} << 16 | std::uint32_t{substituted[shifted(c, 3)]} << 24;
-        qToLittleEndian<quint32>(column ^ key[c], block + 4 * c);
+        qToLittleEndian<quint32>(column ^ key[c], &block[4 * c]);
+    }
+}
+
+/// `transformBlock` on each block of `text`, in place; `text` has a whole number of them.
+template <std::size_t shift>
+void transformBlocks(
+    QByteArray& text, const KeySchedule& schedule, const aes::ColumnTables& mixed, const aes::ByteTable& substituted)
+{
+    char* const end = text.data() + text.size();
+    for (char* block = text.data(); block != end; block += 16) {
+        transformBlock<shift>(std::span<char, 16>(block, 16), schedule, mixed, substituted);
     }
 }
 
@@ -156,7 +167,7 @@ QByteArray QAESEncryption::expandKey(const QByteArray& key) const
         } else if (level == Aes256 && i % nk == 4) {
             substitute();
         }
-        expanded += xorBytes(word, expanded.sliced((i - nk) * 4, 4));
+        expanded += xorBytes(word, expanded.sliced(expanded.size() - 4 * qsizetype{nk}, 4));
     }
     return expanded;
 }
@@ -165,12 +176,9 @@ QByteArray QAESEncryption::expandKey(const QByteArray& key) const
 QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, const QByteArray& blocks)
 {
     static constexpr aes::ColumnTables mixed = aes::columnTables(sbox, {0x02, 0x01, 0x01, 0x03});
-    const KeySchedule schedule = keySchedule(expandedKey);
     QByteArray result = wholeBlocks(blocks);
     state = &result;
-    for (qsizetype i = 0; i < state->size(); i += blockLength) {
-        transformBlock<1>(state->data() + i, schedule, mixed, sbox);
-    }
+    transformBlocks<1>(*state, keySchedule(expandedKey), mixed, sbox);
     state = nullptr;
     return result;
 }
@@ -180,22 +188,18 @@ QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, const QByteArra
 QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, const QByteArray& blocks)
 {
     static constexpr aes::ColumnTables mixed = aes::columnTables(rsbox, {0x0E, 0x09, 0x0D, 0x0B});
-    const KeySchedule forward = keySchedule(expandedKey);
-    KeySchedule schedule;
-    for (int round = nr; round >= 0; --round) {
-        for (int c = 0; c < nb; ++c) {
-            const std::uint32_t key = forward[static_cast<std::size_t>(round * nb + c)];
-            const bool middle = round > 0 && round < nr;
-            schedule.push_back(!middle ? key
-                                       : mixed[0][sbox[row(key, 0)]] ^ mixed[1][sbox[row(key, 1)]] ^
-                                             mixed[2][sbox[row(key, 2)]] ^ mixed[3][sbox[row(key, 3)]]);
-        }
+    const auto invMixColumns = [](std::uint32_t column) {
+        return mixed[0][sbox[row(column, 0)]] ^ mixed[1][sbox[row(column, 1)]] ^ mixed[2][sbox[row(column, 2)]] ^
+               mixed[3][sbox[row(column, 3)]];
+    };
+    KeySchedule schedule = keySchedule(expandedKey);
+    std::transform(schedule.begin() + nb, schedule.end() - nb, schedule.begin() + nb, invMixColumns);
+    for (auto front = schedule.begin(), back = schedule.end() - nb; front < back; front += nb, back -= nb) {
+        std::swap_ranges(front, front + nb, back);
     }
     QByteArray result = wholeBlocks(blocks);
     state = &result;
-    for (qsizetype i = 0; i < state->size(); i += blockLength) {
-        transformBlock<3>(state->data() + i, schedule, mixed, rsbox);
-    }
+    transformBlocks<3>(*state, schedule, mixed, rsbox);
     state = nullptr;
     return result;
 }

@@ -1,0 +1,58 @@
+#include "firmware/Base64.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace
+{
+
+constexpr std::uint8_t noDigit = 0xFF;
+
+constexpr std::array<std::uint8_t, 128> makeDigitValues()
+{
+    constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::array<std::uint8_t, 128> values{};
+    values.fill(noDigit);
+    for (std::size_t i = 0; i < alphabet.size(); ++i) {
+        values[static_cast<std::uint8_t>(alphabet[i])] = static_cast<std::uint8_t>(i);
+    }
+    return values;
+}
+
+/// The six bits that each ASCII character stands for; `noDigit` for one outside the alphabet.
+constexpr std::array<std::uint8_t, 128> digitValues = makeDigitValues();
+
+} // namespace
+
+QByteArray decodeBase64(QStringView text)
+{
+    QByteArray decoded(text.size() / 4 * 3 + 3, Qt::Uninitialized);
+    char* out = decoded.data();
+    std::uint32_t bits = 0;
+    int digits = 0;
+    for (const QChar character : text) {
+        const char16_t code = character.unicode();
+        const std::uint8_t value = code < digitValues.size() ? digitValues[code] : noDigit;
+        if (value == noDigit) {
+            continue;
+        }
+        bits = bits << 6 | value;
+        if (++digits == 4) {
+            *out++ = static_cast<char>(bits >> 16);
+            *out++ = static_cast<char>(bits >> 8);
+            *out++ = static_cast<char>(bits);
+            digits = 0;
+        }
+    }
+    if (digits >= 2) {
+        bits <<= 6 * (4 - digits);
+        *out++ = static_cast<char>(bits >> 16);
+        if (digits == 3) {
+            *out++ = static_cast<char>(bits >> 8);
+        }
+    }
+    decoded.truncate(out - decoded.constData());
+    return decoded;
+}
