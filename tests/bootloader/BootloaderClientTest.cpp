@@ -1,5 +1,6 @@
-#include "bootloader/BootTables.h"
 #include "bootloader/BootloaderClient.h"
+
+#include "bootloader/BootTables.h"
 #include "tests/support/ScriptedPort.h"
 
 #include <QTest>
@@ -78,7 +79,7 @@ struct Link {
 };
 } // namespace
 
-class TestBootloaderClient : public QObject
+class BootloaderClientTest : public QObject
 {
     Q_OBJECT
 
@@ -92,7 +93,7 @@ private Q_SLOTS:
     void slowLines();
 };
 
-void TestBootloaderClient::requests_data()
+void BootloaderClientTest::requests_data()
 {
     QTest::addColumn<Call>("call");
     QTest::addColumn<QByteArray>("request");
@@ -120,7 +121,7 @@ void TestBootloaderClient::requests_data()
 }
 
 /// What goes out, and how long the client waits in silence, in noise and after a cancel.
-void TestBootloaderClient::requests()
+void BootloaderClientTest::requests()
 {
     QFETCH(const Call, call);
     Link link;
@@ -136,7 +137,7 @@ void TestBootloaderClient::requests()
     QCOMPARE(findDeadline(BootCommand{0x42}), milliseconds(200));
 }
 
-void TestBootloaderClient::replies_data()
+void BootloaderClientTest::replies_data()
 {
     QTest::addColumn<Call>("call");
     QTest::addColumn<Bytes>("reply");
@@ -176,7 +177,7 @@ void TestBootloaderClient::replies_data()
     row("version refused", readVersion, {0xA0}, "no");
 }
 
-void TestBootloaderClient::replies()
+void BootloaderClientTest::replies()
 {
     QFETCH(const Call, call);
     QFETCH(const Bytes, reply);
@@ -189,7 +190,7 @@ void TestBootloaderClient::replies()
 }
 
 /// A reply that comes after its deadline answers the next request, unless the line is brought back in step.
-void TestBootloaderClient::resynchronise()
+void BootloaderClientTest::resynchronise()
 {
     for (const bool resynchronised : {false, true}) {
         Link link(ScriptedLine::dataReply({7, 7}).bytes, milliseconds(350));
@@ -209,7 +210,7 @@ void TestBootloaderClient::resynchronise()
     QVERIFY2(link.line->now - start < milliseconds(1000), "ends on a line that is never silent");
 }
 
-void TestBootloaderClient::echo()
+void BootloaderClientTest::echo()
 {
     Link link({0x90});
     link.client.echoOn = link.line->echo = true;
@@ -224,7 +225,7 @@ void TestBootloaderClient::echo()
     QCOMPARE(link.waited(eraseMemory), 600); // two times three reads for the eighth byte, and no wait for a status
 }
 
-void TestBootloaderClient::slowLines()
+void BootloaderClientTest::slowLines()
 {
     Link link;
     const auto limits = [&](std::uint32_t baudRate) {
@@ -243,5 +244,5 @@ void TestBootloaderClient::slowLines()
     QVERIFY(link.client.writeBlock(0, Bytes(512)));
 }
 
-QTEST_GUILESS_MAIN(TestBootloaderClient)
-#include "TestBootloaderClient.moc"
+QTEST_GUILESS_MAIN(BootloaderClientTest)
+#include "BootloaderClientTest.moc"
