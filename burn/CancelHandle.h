@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QtGlobal>
+
 #include <atomic>
 #include <memory>
 #include <utility>
@@ -15,9 +17,8 @@ class CancelHandle
 {
 public:
     CancelHandle() = default;
-    CancelHandle(const CancelHandle&) = delete;
-    CancelHandle& operator=(const CancelHandle&) = delete;
     ~CancelHandle() { take(); }
+    Q_DISABLE_COPY_MOVE(CancelHandle)
 
     /// Lays out a reference, in place of the one that may still lie there.
     void offer(std::shared_ptr<BootloaderClient> client) { exchange(std::make_unique<Reference>(std::move(client))); }
