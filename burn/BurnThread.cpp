@@ -326,7 +326,12 @@ void BurnThread::resetStep()
 /// @return false when no block is left.
 bool BurnThread::takeBlock()
 {
-    return !advance || firmware->scanner.next(blockSize);
+    BlockScanner& block = firmware->scanner;
+    if (advance && !block.next(blockSize))
+        return false;
+    // A block of full length may end in unused bytes behind the last address, which would wrap onto the first ones.
+    block.data.truncate(qsizetype{lastAddress} + 1 - block.address);
+    return true;
 }
 
 /// `text` with address and size of the present block in place of %1 and %2.
