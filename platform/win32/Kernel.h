@@ -1,0 +1,28 @@
+#pragma once
+
+#include "platform/win32/CallLog.h"
+#include "platform/win32/HandleTable.h"
+#include "platform/win32/PortDevice.h"
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace win32
+{
+
+/// All state of the layer, under one lock.
+struct Kernel {
+    std::mutex mutex;
+    /// Notified when an event becomes signalled.
+    std::condition_variable eventSet;
+    HandleTable handles;
+    CallLog calls;
+    std::map<std::u16string, PortDevice> ports;
+    int eventsMade = 0;
+};
+
+Kernel& kernel();
+
+} // namespace win32

@@ -1,0 +1,305 @@
+#include "serial/SerialPortWin.h"
+
+#include <array>
+
+namespace
+{
+
+/// The device namespace, in which a port of any number is found. Without it only COM1 to COM9 are.
+constexpr WCHAR DevicePrefix[] = {'\\', '\\', '.', '\\', 0};
+
+std::basic_string<WCHAR> devicePath(const std::string& portName)
+{
+    std::basic_string<WCHAR> path;
+    path.reserve(portName.size());
+    for (const char character : portName) {
+        path += static_cast<WCHAR>(static_cast<signed char>(character));
+    }
+    return path.starts_with(DevicePrefix) ? path : DevicePrefix + path;
+}
+
+void writeParity(DCB& dcb, PortParity parity)
+{
+    switch (parity) {
+    case PortParity::None:
+        dcb.Parity = NOPARITY;
+        break;
+    case PortParity::Odd:
+        dcb.Parity = ODDPARITY;
+        break;
+    case PortParity::Even:
+        dcb.Parity = EVENPARITY;
+        break;
+    case PortParity::Mark:
+        dcb.Parity = MARKPARITY;
+        break;
+    case PortParity::Space:
+        dcb.Parity = SPACEPARITY;
+        break;
+    }
+}
+
+void writeStopBits(DCB& dcb, PortStopBits stopBits)
+{
+    switch (stopBits) {
+    case PortStopBits::One:
+        dcb.StopBits = ONESTOPBIT;
+        break;
+    case PortStopBits::OneAndHalf:
+        dcb.StopBits = ONE5STOPBITS;
+        break;
+    case PortStopBits::Two:
+        dcb.StopBits = TWOSTOPBITS;
+        break;
+    }
+}
+
+/// Binary, parity checked if there is one, DTR and RTS as asked for, no flow control. DSR sensitivity and the reserved
+/// bits stay as the driver gave them.
+void writeFlags(DCB& dcb, const PortSettings& settings)
+{
+    dcb.fBinary = TRUE;
+    dcb.fParity = dcb.Parity != NOPARITY;
+    dcb.fOutxCtsFlow = FALSE;
+    dcb.fOutxDsrFlow = FALSE;
+    dcb.fDtrControl = settings.dtrEnabled ? DTR_CONTROL_ENABLE : DTR_CONTROL_DISABLE;
+    dcb.fOutX = FALSE;
+    dcb.fInX = FALSE;
+    dcb.fErrorChar = FALSE;
+    dcb.fNull = FALSE;
+    dcb.fRtsControl = settings.rtsEnabled ? RTS_CONTROL_ENABLE : RTS_CONTROL_DISABLE;
+    dcb.fAbortOnError = FALSE;
+}
+
+void closeEvent(HANDLE event)
+{
+    if (event != nullptr) {
+        CloseHandle(event);
+    }
+}
+
+} // namespace
+
+SerialPortWin::SerialPortWin(const PortSettings& portSettings)
+    : SerialPort(portSettings)
+{
+}
+
+SerialPortWin::~SerialPortWin()
+{
+    SerialPortWin::close();
+    closeEvent(readOverlapped.hEvent);
+    closeEvent(writeOverlapped.hEvent);
+    closeEvent(cancelEvent);
+}
+
+bool SerialPortWin::open()
+{
+    close();
+    if (!makeEvents()) {
+        return false;
+    }
+    handle = CreateFileW(devicePath(settings.portName).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+        FILE_FLAG_OVERLAPPED, nullptr);
+    if (!isOpen()) {
+        return fail();
+    }
+    if (!applySettings() || !applyTimeouts()) {
+        CloseHandle(handle.exchange(INVALID_HANDLE_VALUE));
+        return false;
+    }
+    if (!PurgeComm(handle, PURGE_TXABORT | PURGE_RXABORT | PURGE_TXCLEAR | PURGE_RXCLEAR)) {
+        fail();
+    }
+    return true;
+}
+
+void SerialPortWin::close()
+{
+    if (!isOpen()) {
+        return;
+    }
+    CancelIo(handle);
+    if (cancelEvent != nullptr) {
+        SetEvent(cancelEvent);
+    }
+    CloseHandle(handle.exchange(INVALID_HANDLE_VALUE));
+}
+
+bool SerialPortWin::isOpen() const
+{
+    return handle != INVALID_HANDLE_VALUE;
+}
+
+void SerialPortWin::cancel()
+{
+    // CancelIo ends what the calling thread has started, and nothing else. The event is what wakes a transfer of
+    // another thread, which then ends its I/O itself.
+    if (isOpen()) {
+        CancelIo(handle);
+    }
+    if (cancelEvent != nullptr) {
+        SetEvent(cancelEvent);
+    }
+}
+
+std::wstring SerialPortWin::errorString() const
+{
+    LPWSTR text = nullptr;
+    // With FORMAT_MESSAGE_ALLOCATE_BUFFER the function takes the address of a pointer where it otherwise takes the
+    // buffer.
+    const DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
+            nullptr, lastError, 0, reinterpret_cast<LPWSTR>(&text), 0, nullptr);
+    if (length == 0 || text == nullptr) {
+        return L"Error " + std::to_wstring(lastError) + L": <unknown error>";
+    }
+    std::wstring message(text, text + length);
+    LocalFree(text);
+    return message;
+}
+
+bool SerialPortWin::purge(bool receive, bool transmit)
+{
+    const DWORD flags = (receive ? DWORD{PURGE_RXABORT | PURGE_RXCLEAR} : DWORD{0}) |
+                        (transmit ? DWORD{PURGE_TXABORT | PURGE_TXCLEAR} : DWORD{0});
+    if (!isOpen() || flags == 0) {
+        return true;
+    }
+    return PurgeComm(handle, flags) || fail();
+}
+
+std::uint32_t SerialPortWin::bytesAvailable() const
+{
+    DWORD errors = 0;
+    COMSTAT status = {};
+    return isOpen() && ClearCommError(handle, &errors, &status) ? status.cbInQue : 0;
+}
+
+std::size_t SerialPortWin::write(const std::uint8_t* buffer, std::size_t size)
+{
+    if (!canTransfer(buffer, size)) {
+        return 0;
+    }
+    ResetEvent(writeOverlapped.hEvent);
+    DWORD transferred = 0;
+    if (!WriteFile(handle, buffer, static_cast<DWORD>(size), &transferred, &writeOverlapped)) {
+        finish(writeOverlapped, transferred);
+    }
+    return transferred;
+}
+
+std::size_t SerialPortWin::read(std::uint8_t* buffer, std::size_t size)
+{
+    if (!canTransfer(buffer, size)) {
+        return 0;
+    }
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(settings.readTimeoutMs);
+    ResetEvent(readOverlapped.hEvent);
+    DWORD transferred = 0;
+    if (!ReadFile(handle, buffer, static_cast<DWORD>(size), &transferred, &readOverlapped) &&
+        !finish(readOverlapped, transferred)) {
+        // An adapter that was pulled out fails every read at once. It has to look like a silent line, or those who
+        // poll for a reply would spin.
+        waitForCancel(end);
+    }
+    return transferred;
+}
+
+bool SerialPortWin::applySettings()
+{
+    DCB dcb = {};
+    dcb.DCBlength = sizeof(dcb);
+    if (!GetCommState(handle, &dcb)) {
+        return fail();
+    }
+    dcb.BaudRate = settings.baudRate;
+    dcb.ByteSize = settings.dataBits;
+    writeParity(dcb, settings.parity);
+    writeStopBits(dcb, settings.stopBits);
+    writeFlags(dcb, settings);
+    return SetCommState(handle, &dcb) || fail();
+}
+
+bool SerialPortWin::applyTimeouts()
+{
+    // Only the totals limit a transfer: no time-out between characters, no addition for each byte.
+    COMMTIMEOUTS timeouts = {};
+    timeouts.ReadTotalTimeoutConstant = settings.readTimeoutMs;
+    timeouts.WriteTotalTimeoutConstant = settings.writeTimeoutMs;
+    return SetCommTimeouts(handle, &timeouts) || fail();
+}
+
+/// Makes the manual-reset event unless it is there already, else clears it.
+/// @return null when it could not be made.
+HANDLE SerialPortWin::freshEvent(HANDLE event)
+{
+    if (event != nullptr) {
+        ResetEvent(event);
+        return event;
+    }
+    const HANDLE made = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (made == nullptr) {
+        fail();
+    }
+    return made;
+}
+
+/// Makes or clears the three events, which lifts a standing cancel.
+bool SerialPortWin::makeEvents()
+{
+    readOverlapped.hEvent = freshEvent(readOverlapped.hEvent);
+    writeOverlapped.hEvent = freshEvent(writeOverlapped.hEvent);
+    cancelEvent = freshEvent(cancelEvent);
+    return readOverlapped.hEvent != nullptr && writeOverlapped.hEvent != nullptr && cancelEvent != nullptr;
+}
+
+bool SerialPortWin::canTransfer(const std::uint8_t* buffer, std::size_t size)
+{
+    if (buffer == nullptr || size == 0) {
+        return false;
+    }
+    if (!isOpen()) {
+        lastError = ERROR_INVALID_HANDLE;
+        return false;
+    }
+    return true;
+}
+
+/// Waits for a transfer that the driver did not end at once.
+/// @return false when the driver failed it; a cancel is no such failure.
+bool SerialPortWin::finish(OVERLAPPED& overlapped, DWORD& transferred)
+{
+    lastError = GetLastError();
+    if (lastError != ERROR_IO_PENDING) {
+        return false;
+    }
+    const std::array<HANDLE, 2> events = {overlapped.hEvent, cancelEvent};
+    const DWORD woken = WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
+    if (woken == WAIT_OBJECT_0) {
+        return GetOverlappedResult(handle, &overlapped, &transferred, FALSE) || fail();
+    }
+    if (woken != WAIT_OBJECT_0 + 1) {
+        fail();
+    }
+    // The driver of a serial port ends cancelled I/O within the call, and the caller's buffer is free again.
+    CancelIo(handle);
+    return true;
+}
+
+void SerialPortWin::waitForCancel(Clock::time_point end)
+{
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    if (left.count() > 0) {
+        const HANDLE event = cancelEvent;
+        WaitForMultipleObjects(1, &event, FALSE, static_cast<DWORD>(left.count()));
+    }
+}
+
+/// Keeps the reason of a failed call.
+/// @return false
+bool SerialPortWin::fail()
+{
+    lastError = GetLastError();
+    return false;
+}
