@@ -19,9 +19,12 @@ std::string argumentText(DWORD value)
 
 std::string argumentText(LPCWSTR text)
 {
+    if (text == nullptr) {
+        return "null";
+    }
     std::string narrow;
-    for (; text != nullptr && *text != 0; ++text) {
-        narrow += *text < 0x80 ? static_cast<char>(*text) : '?';
+    for (; *text != 0; ++text) {
+        narrow += *text < 0x80 ? std::string(1, static_cast<char>(*text)) : '<' + argumentText(DWORD{*text}) + '>';
     }
     return narrow;
 }
