@@ -1,0 +1,113 @@
+#include "firmware/BlockScanner.h"
+#include "firmware/MemoryImage.h"
+#include "tests/firmware/Samples.h"
+
+#include <QBuffer>
+#include <QProcess>
+#include <QTemporaryDir>
+
+static QStringList logged;
+
+static void keepMessage(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    logged << (type == QtCriticalMsg && context.file == nullptr ? message : "not expected here: " + message);
+}
+
+class IntelHexReaderTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void takesLines_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("blocks");
+        const auto data = [](int offset, const char* hex) { return hexRecord(0, offset, QByteArray::fromHex(hex)); };
+        const auto linear = [](const char* hex) { return hexRecord(4, 0, QByteArray::fromHex(hex)); };
+        const auto segment = [](const char* hex) { return hexRecord(2, 0, QByteArray::fromHex(hex)); };
+        const QByteArray end = ":00000001FF\n";
+        row("empty text", QByteArray(), "", "");
+        row("data behind the end record", end + data(0x10, "0102"), "", "10:0102");
+        row("all line ends", QByteArray(":0100000001FE\n:0100010002FC\r\n:0100020003FA"), "", "0:010203FF");
+        row("other characters between digits", QByteArray(": 02-0010 00\tabCDx7 6\v"), "", "10:ABCD");
+        row("odd number of digits", QByteArray(":0000001FF\n:100000001FE"), "", "0:01FF");
+        row("line end alone", QByteArray("\n"), "line:0001 is not intel-hex", "");
+        row("blank line at the end", end + "\n", "line:0002 is not intel-hex", "");
+        row("blank before the colon", end + " " + end, "line:0002 is not intel-hex", "");
+        row("four bytes", QByteArray(":00000000\n"), "line:0001 too short", "");
+        row("count beyond the line", hexRecord(0, 0, "12", 3), "line:0001 too short", "");
+        row("linear address without its bytes", hexRecord(4, 0, "", 2), "line:0001 too short", "");
+        row("segment address without a byte", hexRecord(2, 0, "1", 2), "line:0001 too short", "");
+        row("lines before a bad one stay", data(0, "01") + ":0100010001FF", "line:0002 invalid checksum", "0:01FF");
+        row("line number of five digits", end.repeated(12344) + ":", "line:12345 too short", "");
+        row("unknown type", hexRecord(5, 0, "1") + data(0, "01"), "line:0001 unsupported type: 0x05", "0:01FF");
+        row("last type", hexRecord(0xFF, 0, ""), "line:0001 unsupported type: 0xFF", "");
+        row("start segment address", hexRecord(3, 0, "1234"), "", "");
+        row("count 0", data(0, ""), "", "");
+        row("count below the line", hexRecord(0, 0, "123", 1), "", "0:31FF");
+        row("later bytes win", data(0, "0102030405") + data(2, "AABB"), "", "0:0102AABB05FF");
+        row("segment after linear", linear("1234") + segment("0001") + data(0, "01"), "", "10:01FF");
+        row("linear after segment", segment("0001") + linear("1234") + data(0, "01"), "", "12340000:01FF");
+        row("address with offset", hexRecord(4, 1, "12") + hexRecord(2, 1, "12") + data(0, "01"), "", "0:01FF");
+        row("address of three bytes", hexRecord(4, 0, "123") + hexRecord(2, 0, "123") + data(0, "01"), "", "0:01FF");
+        row("no wrap in the segment", segment("0000") + data(0xFFFF, "FF01"), "", "10000:01FF");
+        row("top of the address space", linear("FFFF") + data(0xFFFE, "AABB0102"), "", "FFFFFFFE:AABB");
+    }
+
+    void takesLines()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QString, message);
+        MemoryImage image;
+        image.insert(0xABCDEF, reinterpret_cast<const std::uint8_t*>("left over"), 9);
+        QBuffer buffer(&text);
+        buffer.open(QIODevice::ReadOnly);
+        logged.clear();
+        const QtMessageHandler previous = qInstallMessageHandler(keepMessage);
+        const bool accepted = image.readIntelHex(buffer);
+        qInstallMessageHandler(previous);
+        QCOMPARE(logged.join('\n'), message);
+        QCOMPARE(accepted, message.isEmpty() || message.contains("unsupported"));
+        QStringList blocks;
+        for (BlockScanner scanner(image); scanner.next(512);) {
+            blocks << QString("%1:%2").arg(scanner.address, 0, 16).arg(QString(scanner.data.toHex()));
+        }
+        QTEST(blocks.join(' ').toUpper(), "blocks");
+    }
+
+    void readsAsObjcopyDoes()
+    {
+        const QTemporaryDir folder;
+        const QString output = folder.filePath("output.bin");
+        QFile input(folder.filePath("input.hex"));
+        for (quint32 seed = 0; seed < 12; ++seed) {
+            QRandomGenerator random(seed);
+            const int addressType = seed % 2 == 0 ? 2 : 4;
+            const std::uint32_t first = 16 * random.bounded(0x2000U);
+            QByteArrayList records;
+            for (std::uint32_t address = first, length = 0; address < 0x80000; address += length) {
+                length = std::min(1 + random.bounded(255U), 0x80000 - address);
+                const char base = char(address >> 16 << (addressType == 2 ? 4 : 0));
+                const QByteArray upper = addressType == 2 ? QByteArray(1, base) + '\0' : '\0' + QByteArray(1, base);
+                records << hexRecord(addressType, 0, upper) +
+                               hexRecord(0, address & 0xFFFF, randomBytes(random, length));
+            }
+            std::shuffle(records.begin(), records.end(), random);
+            QVERIFY(input.open(QIODevice::WriteOnly) && input.write(records.join() + ":00000001FF\r\n") > 0);
+            input.close();
+            QCOMPARE(QProcess::execute("objcopy", {"-I", "ihex", "-O", "binary", input.fileName(), output}), 0);
+            QFile binary(output);
+            QVERIFY(binary.open(QIODevice::ReadOnly) && input.open(QIODevice::ReadOnly));
+            const QByteArray bytes = binary.readAll();
+            MemoryImage expected;
+            expected.insert(first, reinterpret_cast<const std::uint8_t*>(bytes.data()), std::size_t(bytes.size()));
+            MemoryImage image;
+            QVERIFY(image.readIntelHex(input) && image.lines() == expected.lines());
+            input.close();
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(IntelHexReaderTest)
+#include "IntelHexReaderTest.moc"
