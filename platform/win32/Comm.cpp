@@ -12,7 +12,7 @@ bool isLinePossible(const DCB& dcb)
 {
     const bool stopBitsFit = dcb.ByteSize == 5 ? dcb.StopBits != TWOSTOPBITS : dcb.StopBits != ONE5STOPBITS;
     return dcb.BaudRate > 0 && dcb.ByteSize >= 5 && dcb.ByteSize <= 8 && dcb.Parity <= SPACEPARITY &&
-        dcb.StopBits <= TWOSTOPBITS && stopBitsFit;
+           dcb.StopBits <= TWOSTOPBITS && stopBitsFit;
 }
 
 } // namespace

@@ -119,16 +119,16 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD transferr
 {
     const ApiCall call("ReadFile", handle, size, overlapped->hEvent);
     const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
-    return file && transferResult(file->startRead(*overlapped, static_cast<BYTE*>(buffer), size), *overlapped,
-                       transferred);
+    return file &&
+           transferResult(file->startRead(*overlapped, static_cast<BYTE*>(buffer), size), *overlapped, transferred);
 }
 
 BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD transferred, LPOVERLAPPED overlapped)
 {
     const ApiCall call("WriteFile", handle, size, overlapped->hEvent);
     const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
-    return file && transferResult(file->startWrite(*overlapped, static_cast<const BYTE*>(buffer), size), *overlapped,
-                       transferred);
+    return file && transferResult(
+                       file->startWrite(*overlapped, static_cast<const BYTE*>(buffer), size), *overlapped, transferred);
 }
 
 BOOL WINAPI GetOverlappedResult(HANDLE handle, LPOVERLAPPED overlapped, LPDWORD transferred, BOOL wait)

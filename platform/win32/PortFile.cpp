@@ -210,8 +210,8 @@ void PortFile::waitForWork(std::unique_lock<std::mutex>& lock)
             awaited = static_cast<short>(awaited | POLLOUT);
         } else {
             // Several characters at once on a fast line, or the sleeps would be shorter than the machine can keep.
-            wakeAt(std::max(write->start + (write->moved + 1) * characterTime(),
-                Clock::now() + std::chrono::microseconds(500)));
+            wakeAt(std::max(
+                write->start + (write->moved + 1) * characterTime(), Clock::now() + std::chrono::microseconds(500)));
         }
         if (write->end) {
             wakeAt(*write->end);

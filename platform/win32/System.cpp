@@ -24,8 +24,7 @@ constexpr std::array SystemTexts = {
     SystemText{ERROR_INVALID_PARAMETER, u"The parameter is incorrect.\r\n"},
 };
 
-constexpr DWORD AllFlags =
-    FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM;
+constexpr DWORD AllFlags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM;
 
 } // namespace
 

@@ -78,8 +78,8 @@ void WINAPI SetLastError(DWORD code);
 inline constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 inline constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
 inline constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
-DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID source, DWORD messageId, DWORD languageId, LPWSTR buffer, DWORD size,
-    va_list* arguments);
+DWORD WINAPI FormatMessageW(
+    DWORD flags, LPCVOID source, DWORD messageId, DWORD languageId, LPWSTR buffer, DWORD size, va_list* arguments);
 HLOCAL WINAPI LocalFree(HLOCAL memory);
 
 // Handles, events and waits.
@@ -204,8 +204,7 @@ inline constexpr REGSAM KEY_QUERY_VALUE = 0x0001;
 inline constexpr REGSAM KEY_READ = 0x20019;
 #define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(~ULONG_PTR{0} - 0x7FFFFFFD))
 LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result);
-LSTATUS WINAPI RegQueryValueExW(
-    HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size);
+LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size);
 LSTATUS WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameLength, LPDWORD reserved,
     LPDWORD type, LPBYTE data, LPDWORD size);
 LSTATUS WINAPI RegCloseKey(HKEY key);

@@ -110,9 +110,8 @@ void TestSerialPortWin::callsInOrder()
         expected.insert(expected.end(), opening.begin(), opening.end());
         QCOMPARE(win32::takeCalls(), expected);
     }
-    QCOMPARE(win32::takeCalls(),
-        (Calls{"CancelIo(COM15)", "SetEvent(event3)", "CloseHandle(COM15)", "CloseHandle(event1)",
-            "CloseHandle(event2)", "CloseHandle(event3)"}));
+    QCOMPARE(win32::takeCalls(), (Calls{"CancelIo(COM15)", "SetEvent(event3)", "CloseHandle(COM15)",
+                                     "CloseHandle(event1)", "CloseHandle(event2)", "CloseHandle(event3)"}));
 }
 
 void TestSerialPortWin::lineSettings_data()
@@ -223,8 +222,8 @@ void TestSerialPortWin::failedTransfer_data()
     QTest::addColumn<QByteArray>("function");
     QTest::addColumn<bool>("reads");
     for (const bool reads : {true, false}) {
-        for (const char* function : {reads ? "ReadFile" : "WriteFile", "WaitForMultipleObjects",
-                 "GetOverlappedResult"}) {
+        for (const char* function :
+            {reads ? "ReadFile" : "WriteFile", "WaitForMultipleObjects", "GetOverlappedResult"}) {
             QTest::addRow("%s %s", reads ? "read" : "write", function) << QByteArray(function) << reads;
         }
     }

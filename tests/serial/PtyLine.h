@@ -1,54 +1,40 @@
 #pragma once
 
-#include "serial/FileDescriptor.h"
 #include "tests/serial/SerialPortContract.h"
 
 #include <QDeadlineTimer>
+#include <QFile>
+#include <QThread>
 
-#include <array>
 #include <cstdlib>
 
 #include <fcntl.h>
-#include <poll.h>
 
-/// A pseudo-terminal: the port under test opens the terminal, the test holds the master and a terminal of its own.
+/// A pseudo-terminal: the port under test opens the terminal, the test holds the master.
 class PtyLine : public TestLine
 {
 public:
     PtyLine()
-        : master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK))
     {
-        if (::grantpt(master.get()) == 0 && ::unlockpt(master.get()) == 0)
-            terminal = FileDescriptor(::open(portName().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-        if (!terminal.isValid())
+        const int descriptor = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+        char path[64] = {};
+        if (::grantpt(descriptor) || ::unlockpt(descriptor) || ::ptsname_r(descriptor, path, sizeof path))
             qFatal("No pseudo-terminal to be had");
+        name = path;
+        master.open(descriptor, QIODevice::ReadWrite | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle);
     }
-    std::string portName() const override
-    {
-        std::array<char, 64> name{};
-        ::ptsname_r(master.get(), name.data(), name.size());
-        return name.data();
-    }
-    void send(const QByteArray& data) override
-    {
-        if (::write(master.get(), data.data(), static_cast<std::size_t>(data.size())) != data.size())
-            qFatal("The pseudo-terminal is full");
-    }
+    std::string portName() const override { return name; }
+    void send(const QByteArray& data) override { master.write(data); }
     QByteArray receive(qsizetype size, int limitMs) override
     {
-        QByteArray received;
-        pollfd entry{master.get(), POLLIN, 0};
-        for (const QDeadlineTimer deadline(limitMs); received.size() < size;) {
-            std::array<char, 4096> part{};
-            if (::poll(&entry, 1, static_cast<int>(deadline.remainingTime())) <= 0)
-                break;
-            const auto wanted = std::min(part.size(), static_cast<std::size_t>(size - received.size()));
-            received.append(part.data(), std::max<qsizetype>(0, ::read(master.get(), part.data(), wanted)));
-        }
-        return received;
+        QByteArray data;
+        for (const QDeadlineTimer limit(limitMs); data.size() < size && !limit.hasExpired(); QThread::msleep(1))
+            data += master.read(size - data.size());
+        return data;
     }
-    void hangUp() override { master = FileDescriptor(); }
+    void hangUp() override { master.close(); }
 
-    FileDescriptor master;
-    FileDescriptor terminal;
+private:
+    std::string name;
+    QFile master;
 };

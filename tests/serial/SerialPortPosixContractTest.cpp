@@ -3,8 +3,6 @@
 
 int main(int argc, char** argv)
 {
-    return runSerialPortContract(argc, argv,
-        {.makePort = [](const PortSettings& settings) { return std::make_unique<SerialPortPosix>(settings); },
-            .makeLine = [] { return std::make_unique<PtyLine>(); },
-            .notAPort = "/dev/null"});
+    const auto makePort = [](const PortSettings& settings) { return std::make_unique<SerialPortPosix>(settings); };
+    return runSerialPortContract(argc, argv, {makePort, [] { return std::make_unique<PtyLine>(); }, "/dev/null"});
 }
