@@ -1,0 +1,117 @@
+#include "serial/SerialPortPosix.h"
+
+#include "serial/FileDescriptor.h"
+#include "tests/serial/PtyLine.h"
+
+#include <QtTest>
+
+#include <cstdarg>
+#include <ctime>
+
+#include <asm/termbits.h>
+#include <linux/serial.h>
+#include <linux/tty_flags.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+
+namespace
+{
+
+// What a pseudo-terminal has not: modem lines, raised by the opening as on a real port, and a driver with a latency.
+int modemLines = 0;
+serial_struct driver{};
+
+} // namespace
+
+// Stands before that of the C library in this executable.
+extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void* argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (request == TIOCMGET)
+        *static_cast<int*>(argument) = modemLines;
+    else if (request == TIOCMBIS)
+        modemLines |= *static_cast<int*>(argument);
+    else if (request == TIOCMBIC)
+        modemLines &= ~*static_cast<int*>(argument);
+    else if (request == TIOCGSERIAL)
+        *static_cast<serial_struct*>(argument) = driver;
+    else if (request == TIOCSSERIAL)
+        driver = *static_cast<serial_struct*>(argument);
+    else
+        return static_cast<int>(::syscall(SYS_ioctl, descriptor, request, argument));
+    return 0;
+}
+
+class SerialPortPosixTest : public QObject
+{
+    Q_OBJECT
+
+    PtyLine line;
+    FileDescriptor terminal{::open(line.portName().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
+
+private Q_SLOTS:
+    void settingsComeAndGo_data()
+    {
+        QTest::addColumn<PortSettings>("settings");
+        QTest::addColumn<unsigned>("format"); // as far as a pseudo-terminal keeps it
+        QTest::addColumn<unsigned>("original");
+        const auto name = line.portName();
+        QTest::newRow("plain") << PortSettings{name, 57600} << unsigned(B57600) << unsigned(B9600 | HUPCL);
+        QTest::newRow("odd") << PortSettings{name, 12345, 8, PortParity::Mark, PortStopBits::Two, true}
+                             << unsigned(BOTHER | PARODD | CMSPAR | CSTOPB) << unsigned(B300 | CRTSCTS);
+    }
+    void settingsComeAndGo()
+    {
+        QFETCH(PortSettings, settings);
+        QFETCH(unsigned, format);
+        QFETCH(unsigned, original);
+        termios2 before{}, during{}, after{};
+        before.c_cflag = original | CS8 | CREAD;
+        before.c_lflag = ICANON | ECHO;
+        QCOMPARE(ioctl(terminal.get(), TCSETS2, &before) | ioctl(terminal.get(), TCGETS2, &before), 0);
+        modemLines = TIOCM_DTR | TIOCM_RTS | TIOCM_CTS;
+        driver.flags = 1 << ASYNCB_SPD_HI;
+
+        SerialPortPosix port(settings);
+        QVERIFY(port.open());
+        QCOMPARE(ioctl(terminal.get(), TCGETS2, &during), 0);
+        QCOMPARE(during.c_cflag & ~(CS8 | CREAD | CLOCAL | HUPCL), format);
+        QCOMPARE(during.c_ospeed, settings.baudRate);
+        QCOMPARE(during.c_iflag | during.c_oflag | during.c_lflag, unsigned(IGNBRK));
+        QCOMPARE(modemLines, TIOCM_CTS | (settings.dtrEnabled ? TIOCM_DTR : 0));
+        QCOMPARE(driver.flags, 1 << ASYNCB_SPD_HI | 1 << ASYNCB_LOW_LATENCY);
+        port.close();
+        QCOMPARE(ioctl(terminal.get(), TCGETS2, &after), 0);
+        QCOMPARE(std::memcmp(&after, &before, sizeof after), 0);
+        QCOMPARE(driver.flags, 1 << ASYNCB_SPD_HI);
+        // With HUPCL the kernel lowers the lines, and they must not be raised before that.
+        QCOMPARE(modemLines & TIOCM_RTS, (original & HUPCL) != 0 ? 0 : TIOCM_RTS);
+        // Others may hold it in either way.
+        QVERIFY(
+            ::flock(terminal.get(), LOCK_EX | LOCK_NB) == 0 && !port.open() && ::flock(terminal.get(), LOCK_UN) == 0);
+        QVERIFY(port.open());
+        port.close();
+        QVERIFY(ioctl(terminal.get(), TIOCEXCL) == 0 && !port.open() && ioctl(terminal.get(), TIOCNXCL) == 0);
+    }
+
+    void waitingIsFree()
+    {
+        SerialPortPosix port({line.portName()});
+        QVERIFY(port.open());
+        std::uint8_t byte = 0;
+        const auto start = std::clock();
+        for (int i = 0; i < 5; ++i)
+            QCOMPARE(port.read(&byte, 1), 0U);
+        line.hangUp();
+        for (int i = 0; i < 2; ++i)
+            QCOMPARE(port.read(&byte, 1) + port.write(&byte, 1), 0U);
+        QVERIFY(std::clock() - start < CLOCKS_PER_SEC / 5);
+    }
+};
+
+QTEST_GUILESS_MAIN(SerialPortPosixTest)
+#include "SerialPortPosixTest.moc"
