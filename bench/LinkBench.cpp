@@ -1,0 +1,84 @@
+// Blocks of 512 bytes to and from a simulated device on a paced line, against the time that their bytes take on it.
+//
+// Counters: `line`, time taken by time on the line (10 bits a byte, request and reply; 1 is the best there is);
+// `cpu_s_per_MB`, processor time of the client's thread for a megabyte of blocks, the device left out; `failed`, the
+// share of exchanges that failed and are in the times all the same.
+
+#include "bootloader/BootloaderClient.h"
+#include "tools/devicesim/DeviceSim.h"
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+namespace
+{
+constexpr std::size_t blockSize = 512;
+constexpr std::uint32_t blockAddress = 0x3100;
+constexpr std::size_t bareFrameSize = 8;
+constexpr double bitsPerByte = 10;
+
+double threadSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+/// Makes one exchange an iteration on a line of the benchmark's argument in baud.
+/// @param bytesOnLine of one exchange, request and reply.
+/// @param exchange gives false when it failed.
+template <typename Exchange>
+void run(benchmark::State& state, std::size_t bytesOnLine, Exchange exchange)
+{
+    devicesim::DeviceConfig config;
+    config.baudRate = static_cast<std::uint32_t>(state.range(0));
+    devicesim::DeviceSim device(config);
+    BootloaderClient client;
+    if (!device.start() || !client.open(device.portName(), config.baudRate) || !client.readVersion()) {
+        state.SkipWithError("the simulated device does not answer");
+        return;
+    }
+    double failed = 0;
+    const double cpuBefore = threadSeconds();
+    const auto start = std::chrono::steady_clock::now();
+    for ([[maybe_unused]] auto _ : state)
+        failed += exchange(client) ? 0 : 1;
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    const double cpu = threadSeconds() - cpuBefore;
+
+    const auto exchanges = static_cast<double>(state.iterations());
+    const double onLine = exchanges * static_cast<double>(bytesOnLine) * bitsPerByte / config.baudRate;
+    state.counters["line"] = elapsed.count() / onLine;
+    state.counters["cpu_s_per_MB"] = cpu / (exchanges * blockSize / 1e6);
+    state.counters["failed"] = failed / exchanges;
+}
+
+void writeBlock(benchmark::State& state)
+{
+    const std::vector<std::uint8_t> block(blockSize, 0x5A);
+    run(state, blockSize + bareFrameSize + 1,
+        [&](BootloaderClient& client) { return client.writeBlock(blockAddress, block); });
+}
+
+void readBlock(benchmark::State& state)
+{
+    run(state, bareFrameSize + blockSize + bareFrameSize,
+        [](BootloaderClient& client) { return client.readBlock(blockAddress, blockSize).size() == blockSize; });
+}
+
+void rates(benchmark::internal::Benchmark* bench)
+{
+    bench->ArgName("baud")->Arg(57600)->Arg(115200)->Arg(921600)->UseRealTime()->Unit(benchmark::kMillisecond);
+}
+} // namespace
+
+BENCHMARK(writeBlock)->Apply(rates);
+BENCHMARK(readBlock)->Apply(rates);
+BENCHMARK_MAIN();
