@@ -13,9 +13,9 @@ using Call = std::function<QByteArray(BootloaderClient&)>;
 
 namespace
 {
-Bytes bytes(const QByteArray& hex)
+Bytes bytes(const char* digits)
 {
-    const QByteArray decoded = QByteArray::fromHex(hex);
+    const QByteArray decoded = QByteArray::fromHex(digits);
     return {decoded.begin(), decoded.end()};
 }
 
@@ -24,35 +24,28 @@ QByteArray hex(const Bytes& data)
     return QByteArray(reinterpret_cast<const char*>(data.data()), qsizetype(data.size())).toHex(' ').toUpper();
 }
 
-const auto yesNo = [](bool yes) -> QByteArray { return yes ? "yes" : "no"; };
-const Call ping = [](auto& client) { return yesNo(client.ping()); };
-const Call eraseMemory = [](auto& client) { return yesNo(client.eraseMemory()); };
-const Call resetDevice = [](auto& client) { return yesNo(client.resetDevice(0)); };
-const Call readVersion = [](auto& client) {
-    if (!client.readVersion())
-        return QByteArray("no");
+QByteArray identity(const BootloaderClient& client)
+{
     const auto& [boot, firmware] = std::tie(client.bootloaderVersion, client.firmwareVersion);
     return hex({boot.major, boot.minor, boot.patch, firmware.major, firmware.minor, firmware.patch}) +
            QString::asprintf(" / %x %x %x", client.deviceId, client.codeStart, client.codeEnd).toLatin1();
+}
+
+QByteArray words(BootAnswer answer)
+{
+    return !answer.answered ? "unanswered" : answer.blank ? "blank" : "not blank";
+}
+
+const auto yesNo = [](bool yes) { return QByteArray(yes ? "yes" : "no"); };
+const Call ping = [](auto& client) { return yesNo(client.ping()); };
+const Call eraseMemory = [](auto& client) { return yesNo(client.eraseMemory()); };
+const Call resetDevice = [](auto& client) { return yesNo(client.resetDevice(0)); };
+const Call readVersion = [](auto& client) { return client.readVersion() ? identity(client) : "no"; };
+const auto blankCheck = [](auto at, auto n) -> Call { return [=](auto& c) { return words(c.blankCheck(at, n)); }; };
+const auto readBlock = [](auto at, auto n) -> Call { return [=](auto& c) { return hex(c.readBlock(at, n)); }; };
+const auto writeBlock = [](auto at, Bytes data) -> Call {
+    return [=](auto& c) { return yesNo(c.writeBlock(at, data)); };
 };
-
-Call blankCheck(std::uint32_t address, std::uint64_t size)
-{
-    return [=](auto& client) -> QByteArray {
-        const BootAnswer answer = client.blankCheck(address, size);
-        return !answer.answered ? "unanswered" : answer.blank ? "blank" : "not blank";
-    };
-}
-
-Call readBlock(std::uint32_t address, std::uint64_t size)
-{
-    return [=](auto& client) { return hex(client.readBlock(address, size)); };
-}
-
-Call writeBlock(std::uint32_t address, const Bytes& data)
-{
-    return [=](auto& client) { return yesNo(client.writeBlock(address, data)); };
-}
 
 /// A client on an open scripted line, whose device answers each request alike.
 struct Link {
@@ -152,13 +145,9 @@ void BootloaderClientTest::replies_data()
     row("blank check, data", blankCheck(0, 16), bytes("80 00 00 00 00 00 7F FF"), "unanswered");
     row("erased", eraseMemory, {0x90}, "yes");
     row("erase refused", eraseMemory, {0xA0}, "no");
-    row("erase, another status", eraseMemory, {0x70}, "no");
     row("noise before the status", eraseMemory, {0x00, 0x55, 0x90}, "yes");
     row("a stray 80 is a data reply", eraseMemory, {0x80, 0x90, 0x90, 0x90, 0x90}, "no");
-    row("written", writeBlock(0, {1, 2}), {0x90}, "yes");
     row("write refused", writeBlock(0, {1, 2}), {0xA0}, "no");
-    row("ping refused", ping, {0xA0}, "yes");
-    row("reset refused", resetDevice, {0xA0}, "yes");
     row("read", readBlock(0, 4), bytes("80 12 34 56 02 00 AA BB CC DD 2F DD"), "AA BB CC DD");
     row("read, the device's length", readBlock(0, 512), bytes("80 00 00 00 01 00 AA BB D4 44"), "AA BB");
     row("read, checksum swapped", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BB 44 D4"), "AA BB");
@@ -174,7 +163,6 @@ void BootloaderClientTest::replies_data()
         "0F 3F 3F 00 04 01 / 400 3100 ffff");
     row("version, short", readVersion, ScriptedLine::dataReply({1, 2}).bytes, "00 00 00 00 00 00 / 1234 0 0");
     row("version, empty", readVersion, ScriptedLine::dataReply({}).bytes, "00 00 00 00 00 00 / 1234 0 0");
-    row("version refused", readVersion, {0xA0}, "no");
 }
 
 void BootloaderClientTest::replies()

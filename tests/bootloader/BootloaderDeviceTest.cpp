@@ -51,20 +51,18 @@ void BootloaderDeviceTest::program()
         }
         return false;
     };
-    const auto answers = [&](bool blank) {
-        return [&client, blank] {
-            const BootAnswer answer = client.blankCheck(0x3100, 512);
-            return answer.answered && answer.blank == blank;
-        };
+    const auto reports = [&](bool blank) {
+        const BootAnswer answer = client.blankCheck(0x3100, 512);
+        return answer.answered && answer.blank == blank;
     };
     QVERIFY(eventually([&] { return client.readVersion(); }));
     QCOMPARE(client.bootloaderVersion, BootVersion::fromWord(config.identity.bootloaderVersion));
     QCOMPARE(client.firmwareVersion, BootVersion::fromWord(config.identity.firmwareVersion));
     QCOMPARE(client.deviceId, config.identity.deviceId);
     client.ping();
-    QVERIFY(eventually(answers(false)));
+    QVERIFY(eventually([&] { return reports(false); }));
     QVERIFY(eventually([&] { return client.eraseMemory(); }));
-    QVERIFY(eventually(answers(true)));
+    QVERIFY(eventually([&] { return reports(true); }));
 
     Bytes expected(0x10000, 0xFF);
     for (int block = 0; block < blocks; ++block) {
