@@ -21,6 +21,10 @@ using namespace std::chrono_literals;
 constexpr auto shortestGapLimit = 50ms;
 constexpr int gapLimitInBytes = 4;
 
+/// What a thread may need to wake up. Where a deadline is to be met sharply, the thread is up by so much earlier and
+/// looks at the clock until it has come.
+constexpr auto wakeUpTime = 60us;
+
 /// For so long nobody has the terminal open before it is restored, so that a host coming back at once is left alone.
 constexpr auto restoreDelay = 100ms;
 
@@ -65,7 +69,7 @@ void DeviceLoop::run()
         tendTerminal(now);
         countBytes();
         if (!stopped) {
-            wait();
+            wait(now);
         }
     }
     finish();
@@ -260,37 +264,40 @@ void DeviceLoop::tendTerminal(TimePoint now)
     }
 }
 
-std::optional<TimePoint> DeviceLoop::nextDeadline() const
+std::optional<DeviceLoop::Deadline> DeviceLoop::nextDeadline(TimePoint now) const
 {
-    std::optional<TimePoint> next = line.nextHandover();
-    const auto consider = [&next](std::optional<TimePoint> time) {
-        if (time && (!next || *time < *next)) {
-            next = time;
+    std::optional<Deadline> next;
+    const auto consider = [&next](std::optional<TimePoint> time, bool sharp) {
+        if (time && (!next || *time < next->time)) {
+            next = Deadline{*time, sharp};
         }
     };
-    consider(restoreAt);
+    consider(restoreAt, false);
+    const std::optional<TimePoint> handover = line.nextHandover();
+    consider(handover, handover == line.sentAt());
     if (pending) {
-        consider(pending->due);
-    } else if (resetDue || line.hasInput() || parser.partial()) {
-        if (Clock::now() < busyUntil) {
-            consider(busyUntil);
-        } else if (const std::optional<TimePoint> complete = line.arrivalOf(parser.missing())) {
-            consider(complete);
-        } else {
-            consider(line.quietSince() + longestGap);
-        }
+        consider(pending->due, true);
+    } else if (busyUntil > now) {
+        consider(busyUntil, false);
+    } else if (const std::optional<TimePoint> complete = line.arrivalOf(parser.missing())) {
+        consider(complete, true);
+    } else if (line.hasInput() || parser.partial()) {
+        consider(line.quietSince() + longestGap, false);
     }
     return next;
 }
 
-void DeviceLoop::wait()
+void DeviceLoop::wait(TimePoint now)
 {
     const short lineEvents = line.canReceive() ? POLLIN : 0;
     std::array<pollfd, 3> sources = {
         {{line.pseudoTerminal().descriptor(), lineEvents, 0}, {stopEvent, POLLIN, 0}, {hosts.descriptor(), POLLIN, 0}}};
-    const std::optional<TimePoint> deadline = nextDeadline();
-    const timespec limit =
-        toTimespec(deadline ? std::max<std::chrono::nanoseconds>(*deadline - Clock::now(), 0ns) : 0ns);
+    const std::optional<Deadline> deadline = nextDeadline(now);
+    timespec limit = {};
+    if (deadline) {
+        const TimePoint wakeTime = deadline->sharp ? deadline->time - wakeUpTime : deadline->time;
+        limit = toTimespec(std::max<std::chrono::nanoseconds>(wakeTime - Clock::now(), 0ns));
+    }
     ::ppoll(sources.data(), sources.size(), deadline ? &limit : nullptr, nullptr);
     stopped = sources[1].revents != 0;
 }

@@ -36,6 +36,12 @@ private:
         bool toReset = false;
     };
 
+    struct Deadline {
+        TimePoint time;
+        /// The host waits for what happens then.
+        bool sharp = false;
+    };
+
     void work(TimePoint now);
     /// @return whether the device is still busy with the request before.
     bool finishRequest(TimePoint now);
@@ -49,8 +55,9 @@ private:
     void countReset();
     void countBytes();
     void tendTerminal(TimePoint now);
-    std::optional<TimePoint> nextDeadline() const;
-    void wait();
+    std::optional<Deadline> nextDeadline(TimePoint now) const;
+    /// @param now as `work` had it, so that nothing falls between the two.
+    void wait(TimePoint now);
     void awaitReader();
     void finish();
 

@@ -6,6 +6,7 @@
 #include "tools/devicesim/UniqueFd.h"
 
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -33,6 +34,7 @@ public:
     UniqueFd stopEvent;
     std::string portName;
     std::string error;
+    std::optional<DeviceLoop> loop;
     std::thread thread;
 };
 
@@ -57,8 +59,8 @@ bool DeviceSim::start()
         return false;
     }
     own.portName = own.line.pseudoTerminal().path();
-    own.thread = std::thread([&own, loop = std::make_unique<DeviceLoop>(
-                                        own.config, own.state, own.line, own.stopEvent.get())] { loop->run(); });
+    own.loop.emplace(own.config, own.state, own.line, own.stopEvent.get());
+    own.thread = std::thread([&loop = *own.loop] { loop.run(); });
     return true;
 }
 

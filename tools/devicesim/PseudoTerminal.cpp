@@ -2,10 +2,10 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <system_error>
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 

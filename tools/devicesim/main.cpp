@@ -9,10 +9,10 @@
 #include <QSaveFile>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 
