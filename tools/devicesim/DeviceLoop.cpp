@@ -25,8 +25,8 @@ constexpr int gapLimitInBytes = 4;
 /// looks at the clock until it has come.
 constexpr auto wakeUpTime = 60us;
 
-/// For so long nobody has the terminal open before it is restored, so that a host coming back at once is left alone.
-constexpr auto restoreDelay = 100ms;
+/// So long after a host has closed the terminal, to leave a host alone that opens it again at once.
+constexpr auto tidyDelay = 100ms;
 
 /// At the end, a host gets this much time to read the last reply, since hanging up drops what it has not read.
 constexpr auto readerPatience = 500ms;
@@ -248,19 +248,14 @@ void DeviceLoop::tendTerminal(TimePoint now)
     if (stopped) {
         return;
     }
-    switch (hosts.news()) {
-    case HostWatch::News::None:
-        break;
-    case HostWatch::News::Present:
-        restoreAt.reset();
-        break;
-    case HostWatch::News::Gone:
-        restoreAt = now + restoreDelay;
-        break;
+    if (hosts.sawClose()) {
+        tidyAt = now + tidyDelay;
     }
-    if (restoreAt && *restoreAt <= now) {
-        restoreAt.reset();
-        line.pseudoTerminal().restore();
+    if (tidyAt && *tidyAt <= now) {
+        tidyAt.reset();
+        stopped = !line.pseudoTerminal().tidyHostEnd();
+        // That has closed it too.
+        hosts.sawClose();
     }
 }
 
@@ -272,7 +267,7 @@ std::optional<DeviceLoop::Deadline> DeviceLoop::nextDeadline(TimePoint now) cons
             next = Deadline{*time, sharp};
         }
     };
-    consider(restoreAt, false);
+    consider(tidyAt, false);
     const std::optional<TimePoint> handover = line.nextHandover();
     consider(handover, handover == line.sentAt());
     if (pending) {

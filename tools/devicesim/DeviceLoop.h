@@ -75,8 +75,8 @@ private:
     std::optional<PendingReply> pending;
     /// The last reply is leaving until then.
     TimePoint busyUntil;
-    /// When to clean up behind a host that has left.
-    std::optional<TimePoint> restoreAt;
+    /// When to clean up behind a host.
+    std::optional<TimePoint> tidyAt;
     std::uint64_t requestCount = 0;
     /// The fault is still to come, with the first erase; and it hits the next blank check.
     bool dirtyBlankLeft = false;

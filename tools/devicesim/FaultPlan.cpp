@@ -129,7 +129,7 @@ QString FaultPlan::help()
         const QString name = QString::fromLatin1(entry.name);
         const QString form =
             entry.value != nullptr ? name + QStringLiteral("[:%1]").arg(QLatin1String(entry.value)) : name;
-        lines += QStringLiteral("  %1 %2\n").arg(form, -30).arg(QLatin1String(entry.effect));
+        lines += QStringLiteral("  %1 %2\n").arg(form, -31).arg(QLatin1String(entry.effect));
     }
     return lines;
 }

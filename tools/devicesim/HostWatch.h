@@ -7,25 +7,20 @@
 namespace devicesim
 {
 
-/// Watches who opens and closes a terminal, by inotify(7). Where that is not to be had, it sees nobody.
+/// Tells when a terminal has been closed by somebody, by inotify(7). Where that is not to be had, it tells nothing.
 class HostWatch
 {
 public:
-    /// Watches `path` from now on; opens before are not counted.
     void start(const std::string& path);
 
-    enum class News { None, Present, Gone };
-
-    /// Takes what happened since the call before, without blocking.
-    /// @return `None` if nothing happened, else whether any host is left now.
-    News news();
+    /// @return whether somebody has closed the terminal since the call before.
+    bool sawClose();
 
     /// Becomes readable when there is news; -1 without inotify.
     int descriptor() const { return notifier.get(); }
 
 private:
     UniqueFd notifier;
-    int hosts = 0;
 };
 
 } // namespace devicesim

@@ -116,9 +116,9 @@ QString readOptions(const QStringList& arguments, Options& options)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("A device with a bootloader on a pseudo-terminal. Numbers may be hexadecimal (0x).\n\n%1")
-            .arg(FaultPlan::help()));
-    const QCommandLineOption help = parser.addHelpOption();
+        QStringLiteral("A device with a bootloader on a pseudo-terminal. Numbers may be hexadecimal (0x)."));
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Print this help."));
+    parser.addOption(help);
     for (const OptionEntry& entry : optionTable) {
         parser.addOption({QString::fromLatin1(entry.name), QString::fromLatin1(entry.description),
             QString::fromLatin1(entry.value)});
@@ -127,7 +127,7 @@ QString readOptions(const QStringList& arguments, Options& options)
         return parser.errorText();
     }
     if (parser.isSet(help)) {
-        options.help = parser.helpText();
+        options.help = parser.helpText() + u'\n' + FaultPlan::help();
         return {};
     }
     OptionReader reader(parser);

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 
@@ -45,8 +46,7 @@ bool PseudoTerminal::open(std::string& error)
         return false;
     }
     hostPath = name.data();
-    hostEnd = UniqueFd(::open(name.data(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    if (!hostEnd.isValid() || !makeRaw(hostEnd.get())) {
+    if (!openHostEnd() || !makeRaw(hostEnd.get())) {
         error = lastError(name.data());
         close();
         return false;
@@ -78,11 +78,32 @@ bool PseudoTerminal::hostInputWaits() const
     return ::ioctl(hostEnd.get(), FIONREAD, &waiting) == 0 && waiting > 0;
 }
 
-void PseudoTerminal::restore()
+bool PseudoTerminal::tidyHostEnd()
 {
+    int exclusive = 0;
+    ::ioctl(hostEnd.get(), TIOCGEXCL, &exclusive);
+    // Exclusive use outlasts the host that asked for it, and would shut out this one too.
     ::ioctl(hostEnd.get(), TIOCNXCL);
-    makeRaw(hostEnd.get());
-    ::tcflush(hostEnd.get(), TCIFLUSH);
+    hostEnd.reset();
+    pollfd ownEnd = {deviceEnd.get(), 0, 0};
+    const bool deserted = ::poll(&ownEnd, 1, 0) > 0 && (ownEnd.revents & POLLHUP) != 0;
+    if (!openHostEnd()) {
+        return false;
+    }
+    if (deserted) {
+        ::tcflush(hostEnd.get(), TCIFLUSH);
+        return makeRaw(hostEnd.get());
+    }
+    if (exclusive != 0) {
+        ::ioctl(hostEnd.get(), TIOCEXCL);
+    }
+    return true;
+}
+
+bool PseudoTerminal::openHostEnd()
+{
+    hostEnd = UniqueFd(::open(hostPath.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    return hostEnd.isValid();
 }
 
 } // namespace devicesim

@@ -40,11 +40,15 @@ public:
     /// @return whether bytes wait in the input queue of the host's end.
     bool hostInputWaits() const;
 
-    /// Makes the host's end what it was at first, after its last host has left: raw, open to everybody, its input
-    /// queue empty. A host that was killed leaves it otherwise.
-    void restore();
+    /// Asks the system whether a host has its end open, which takes a moment without holding it here. If none has,
+    /// makes it what it was at first: raw, open to everybody, its input queue empty. A host that was killed leaves it
+    /// otherwise.
+    /// @return false if the host's end is lost.
+    bool tidyHostEnd();
 
 private:
+    bool openHostEnd();
+
     UniqueFd deviceEnd;
     UniqueFd hostEnd;
     std::string hostPath;

@@ -128,8 +128,11 @@ int runDevice(Options& options)
     bool done = attend(device, signals.get(), options.memoryFile);
     device.stop();
     done = writeMemory(options.memoryFile, device) && done;
-    const QJsonObject report = device.report().toJson(device.memory());
-    done = writeFile(options.reportFile, QJsonDocument(report).toJson()) && done;
+    const DeviceReport report = device.report();
+    done = writeFile(options.reportFile, QJsonDocument(report.toJson(device.memory())).toJson()) && done;
+    if (report.hungUp) {
+        complain(QStringLiteral("the line has hung up, as the fault asked"));
+    }
     return done ? 0 : exitFailure;
 }
 
