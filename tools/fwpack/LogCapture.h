@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QStringList>
+#include <QtGlobal>
+
+namespace fwpack
+{
+
+/// Collects what goes to Qt's log at critical level, for as long as it lives. One at a time, on a single thread.
+class LogCapture
+{
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    QStringList messages;
+
+private:
+    static void handle(QtMsgType type, const QMessageLogContext& context, const QString& text);
+
+    static LogCapture* current;
+    QtMessageHandler previous;
+};
+
+} // namespace fwpack
