@@ -47,7 +47,7 @@ AddressRange MemoryImage::addressRange() const
 
 std::optional<std::uint32_t> MemoryImage::firstDataAbove(std::uint32_t limit) const
 {
-    for (auto it = content.lower_bound(limit / lineLength); it != content.end(); ++it) {
+    for (auto it = content.lower_bound(static_cast<std::uint32_t>(limit / lineLength)); it != content.end(); ++it) {
         for (std::uint32_t i = 0; i < lineLength; ++i) {
             const auto address = static_cast<std::uint32_t>(it->first * lineLength + i);
             if (address > limit && it->second[i] != 0xFF) {
