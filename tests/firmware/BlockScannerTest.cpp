@@ -95,8 +95,7 @@ private Q_SLOTS:
                 QVERIFY2(scanner.address % 2 == 0 && scanner.address >= end, name);
                 QVERIFY2(size % 2 == 0 && size >= 2 && size <= maxLength, name);
                 QVERIFY2(data.first(std::min<qsizetype>(4, size)).count('\xFF') < std::min<qsizetype>(4, size), name);
-                QVERIFY2(!data.contains("\xFF\xFF\xFF\xFF"), name);
-                QVERIFY2(size == maxLength || !data.endsWith("\xFF\xFF"), name);
+                QVERIFY2(!data.contains("\xFF\xFF\xFF\xFF") && (size == maxLength || !data.endsWith("\xFF\xFF")), name);
                 QVERIFY2(data == model.mid(scanner.address - base, size).leftJustified(size, '\xFF'), name);
                 end = std::uint64_t{scanner.address} + std::uint64_t(size);
                 QVERIFY2(end <= 0x100000000, name);

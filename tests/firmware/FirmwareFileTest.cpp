@@ -1,10 +1,8 @@
 #include "firmware/FirmwareFile.h"
 
-#include "firmware/Base64.h"
 #include "tests/firmware/Samples.h"
 
 #include <QFile>
-#include <QJsonDocument>
 #include <QTemporaryDir>
 
 #ifdef Q_OS_LINUX
@@ -23,10 +21,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fields");
         row("all fields", "{'device': 769, 'version': '1.2', 'target': 'Демо', 'baudrate': 9600, 'link': 1}",
             "769|1.2|Демо|9600|1");
-        row("no fields", "{}", "0|||57600|0");
         row("no object", "768", "0|||57600|0");
         row("device of more than 16 bits", "{'device': 66304}", "768|||57600|0");
-        row("negative device", "{'device': -1}", "65535|||57600|0");
         row("other types", "{'device': '768', 'version': 1, 'baudrate': '9600', 'link': true}", "0|||57600|0");
         row("fractions", "{'device': 768.5, 'baudrate': 9600.1, 'link': 0.1}", "0|||57600|0");
         row("beyond 32 bits", "{'device': 4294968064, 'baudrate': 2147483648}", "0|||57600|0");
@@ -37,7 +33,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, header);
         FirmwareFile file;
-        QVERIFY(file.load(write(package(goodImage(), header.replace('\'', '"').toUtf8()))) && file.errorText.isEmpty());
+        QVERIFY(file.load(write(package(padded(goodText), header.replace('\'', '"').toUtf8()))));
         QString fields = QString::number(file.device) + '|' + file.version + '|' + file.target;
         fields += QString("|%1|%2").arg(file.baudrate).arg(file.link);
         QTEST(fields, "fields");
@@ -48,44 +44,37 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<QString>("error");
-        const auto text = [](const QByteArray& plain) { return package(image(plain)); };
-        const QByteArray good = package(goodImage());
-        const char* const format = "Invalid format";
-        const char* const wrong = "Wrong firmware file";
-        row("empty file", QByteArray(), "JSON");
-        row("cut off", good.chopped(1), "JSON");
-        row("noise", goodImage(), "JSON");
-        row("no UTF-8", good.chopped(1) + '\xFF', "JSON");
-        row("deep nesting", QByteArray(5000, '['), "JSON");
+        const QByteArray good = package(padded(goodText));
+        const auto image = [](qsizetype length) { return wrapped(QByteArray(length, 'i')); };
+        const QString format = "Invalid format";
+        const QString wrong = "Wrong firmware file";
+        row("empty file", QByteArray(), "illegal value");
+        row("cut off", good.chopped(9), "unterminated string");
+        row("no UTF-8", good.chopped(2) + '\xFF', "invalid UTF8 string");
+        row("deep nesting", QByteArray(5000, '['), "too deeply nested document");
         row("array", "[" + good + "]", format);
         row("no header", QByteArray(good).replace("header", "Header"), format);
-        row("no image", QByteArray("{\"header\": 0}"), format);
+        row("no image", QByteArray(good).replace("image", "Image"), format);
         row("image is no string", QByteArray(good).replace("\"image\": ", "\"image\": 1, \"x\": "), format);
-        row("image of 0 bytes", package(""), format);
-        row("image of 15 bytes", package(goodImage().first(15)), format);
-        row("image of 17 bytes", package(goodImage().first(17)), format);
-        row("image of 16 bytes", text(padded("")), "");
+        row("image of 15 bytes", image(15), format);
+        row("image of 17 bytes", image(17), format);
+        row("image of 16 bytes", image(16), wrong);
+        row("padding only", package(padded("")), "");
         row("line breaks and junk", QByteArray(good).replace("\": \"", "\": \"=\\r\\n -_\u00e9\\u0141"), "");
-        row("another key", package(encrypted("AES-128-ECB", "0123456789abcdef", {}, padded(goodText))), wrong);
-        row("no padding", text(goodText.repeated(16)), "");
-        row("zero padding", text(padded(goodText).replace('\x80', '\0')), wrong);
-        row("two markers", text(padded(goodText + '\x80')), wrong);
-        row("blank line", text(padded(goodText + '\n')), wrong);
-        row("unknown record type", text(padded(hexRecord(9, 0, ""))), "");
+        row("another key", wrapped(encrypted("AES-128-ECB", "0123456789abcdef", {}, padded(goodText))), wrong);
+        row("no padding", package(goodText.repeated(16)), "");
+        row("two markers", package(padded(goodText + '\x80')), wrong);
+        row("blank line", package(padded(goodText + '\n')), wrong);
+        row("unknown record type", package(padded(hexRecord(9, 0, ""))), "");
     }
 
     void tellsWhatIsWrongWithTheContent()
     {
         QFETCH(QByteArray, content);
-        QFETCH(QString, error);
-        if (error == "JSON") {
-            QJsonParseError parseError;
-            QVERIFY(QJsonDocument::fromJson(content, &parseError).isNull());
-            error = parseError.errorString();
-        }
         FirmwareFile file;
-        QCOMPARE(file.load(write(content)), error.isEmpty());
-        QCOMPARE(file.errorText, error);
+        const bool loaded = file.load(write(content));
+        QTEST(file.errorText, "error");
+        QCOMPARE(loaded, file.errorText.isEmpty());
     }
 
     void tellsWhatIsWrongWithThePath()
@@ -94,7 +83,7 @@ private Q_SLOTS:
             FirmwareFile file;
             return file.load(path) ? "no error" : file.errorText;
         };
-        const QString good = write(package(goodImage()));
+        const QString good = write(package(padded(goodText)));
         for (const QString& path : {QString(), folder.path(), folder.filePath("missing"), good + "/below"}) {
             QFile file(path);
             QVERIFY(!file.open(QIODevice::ReadOnly) && errorOf(path) == file.errorString());
@@ -111,18 +100,6 @@ private Q_SLOTS:
 #endif
     }
 
-    void decodesBase64AsQtDoes()
-    {
-        QRandomGenerator random(1);
-        for (int length = 0; length < 1000; ++length) {
-            QString text = randomBytes(random, length).toBase64().first(length);
-            for (const QChar junk : QString("=\r -_.\u00c1\u0141\u4141")) {
-                text.insert(random.bounded(int(text.size()) + 1), junk);
-            }
-            QCOMPARE(decodeBase64(text), QByteArray::fromBase64(text.toUtf8()));
-        }
-    }
-
 private:
     inline static const QByteArray goodText = ":0400100001020304E2\n:00000001FF\n";
 
@@ -131,19 +108,14 @@ private:
         return text + '\x80' + QByteArray(15 - text.size() % 16, '\0');
     }
 
-    static QByteArray image(const QByteArray& plain)
+    static QByteArray wrapped(const QByteArray& image, const QByteArray& header = "{}")
     {
-        return encrypted("AES-128-ECB", "v9!Tq#Lz4$Ym7^Bx", {}, plain);
+        return "{\"header\": " + header + ", \"image\": \"" + image.toBase64() + "\"}";
     }
 
-    static QByteArray goodImage()
+    static QByteArray package(const QByteArray& plain, const QByteArray& header = "{}")
     {
-        return image(padded(goodText));
-    }
-
-    static QByteArray package(const QByteArray& content, const QByteArray& header = "{}")
-    {
-        return "{\"header\": " + header + ", \"image\": \"" + content.toBase64() + "\"}";
+        return wrapped(encrypted("AES-128-ECB", "v9!Tq#Lz4$Ym7^Bx", {}, plain), header);
     }
 
     QString write(const QByteArray& content)

@@ -6,13 +6,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-static QStringList logged;
-
-static void keepMessage(QtMsgType type, const QMessageLogContext& context, const QString& message)
-{
-    logged << (type == QtCriticalMsg && context.file == nullptr ? message : "not expected here: " + message);
-}
-
 class IntelHexReaderTest : public QObject
 {
     Q_OBJECT
@@ -35,15 +28,12 @@ private Q_SLOTS:
         row("line end alone", QByteArray("\n"), "line:0001 is not intel-hex", "");
         row("blank line at the end", end + "\n", "line:0002 is not intel-hex", "");
         row("blank before the colon", end + " " + end, "line:0002 is not intel-hex", "");
-        row("four bytes", QByteArray(":00000000\n"), "line:0001 too short", "");
         row("count beyond the line", hexRecord(0, 0, "12", 3), "line:0001 too short", "");
         row("linear address without its bytes", hexRecord(4, 0, "", 2), "line:0001 too short", "");
         row("segment address without a byte", hexRecord(2, 0, "1", 2), "line:0001 too short", "");
         row("lines before a bad one stay", data(0, "01") + ":0100010001FF", "line:0002 invalid checksum", "0:01FF");
         row("line number of five digits", end.repeated(12344) + ":", "line:12345 too short", "");
-        row("unknown type", hexRecord(5, 0, "1") + data(0, "01"), "line:0001 unsupported type: 0x05", "0:01FF");
-        row("last type", hexRecord(0xFF, 0, ""), "line:0001 unsupported type: 0xFF", "");
-        row("start segment address", hexRecord(3, 0, "1234"), "", "");
+        row("unknown type", hexRecord(0xAB, 0, "1") + data(0, "01"), "line:0001 unsupported type: 0xAB", "0:01FF");
         row("count 0", data(0, ""), "", "");
         row("count below the line", hexRecord(0, 0, "123", 1), "", "0:31FF");
         row("later bytes win", data(0, "0102030405") + data(2, "AABB"), "", "0:0102AABB05FF");
@@ -58,17 +48,19 @@ private Q_SLOTS:
     void takesLines()
     {
         QFETCH(QByteArray, text);
-        QFETCH(QString, message);
         MemoryImage image;
         image.insert(0xABCDEF, reinterpret_cast<const std::uint8_t*>("left over"), 9);
         QBuffer buffer(&text);
         buffer.open(QIODevice::ReadOnly);
+        static QStringList logged;
         logged.clear();
-        const QtMessageHandler previous = qInstallMessageHandler(keepMessage);
+        qInstallMessageHandler([](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+            logged << (type == QtCriticalMsg && context.file == nullptr ? message : "not expected here: " + message);
+        });
         const bool accepted = image.readIntelHex(buffer);
-        qInstallMessageHandler(previous);
-        QCOMPARE(logged.join('\n'), message);
-        QCOMPARE(accepted, message.isEmpty() || message.contains("unsupported"));
+        qInstallMessageHandler(nullptr);
+        QTEST(logged.join('\n'), "message");
+        QCOMPARE(accepted, logged.isEmpty() || logged[0].contains("unsupported"));
         QStringList blocks;
         for (BlockScanner scanner(image); scanner.next(512);) {
             blocks << QString("%1:%2").arg(scanner.address, 0, 16).arg(QString(scanner.data.toHex()));
@@ -83,15 +75,12 @@ private Q_SLOTS:
         QFile input(folder.filePath("input.hex"));
         for (quint32 seed = 0; seed < 12; ++seed) {
             QRandomGenerator random(seed);
-            const int addressType = seed % 2 == 0 ? 2 : 4;
             const std::uint32_t first = 16 * random.bounded(0x2000U);
             QByteArrayList records;
             for (std::uint32_t address = first, length = 0; address < 0x80000; address += length) {
                 length = std::min(1 + random.bounded(255U), 0x80000 - address);
-                const char base = char(address >> 16 << (addressType == 2 ? 4 : 0));
-                const QByteArray upper = addressType == 2 ? QByteArray(1, base) + '\0' : '\0' + QByteArray(1, base);
-                records << hexRecord(addressType, 0, upper) +
-                               hexRecord(0, address & 0xFFFF, randomBytes(random, length));
+                const QByteArray upper = QByteArray(1, '\0') + char(address >> 16);
+                records << hexRecord(4, 0, upper) + hexRecord(0, address & 0xFFFF, randomBytes(random, length));
             }
             std::shuffle(records.begin(), records.end(), random);
             QVERIFY(input.open(QIODevice::WriteOnly) && input.write(records.join() + ":00000001FF\r\n") > 0);
