@@ -25,6 +25,8 @@ public:
     }
     SerialPort(const SerialPort&) = delete;
     SerialPort& operator=(const SerialPort&) = delete;
+    SerialPort(SerialPort&&) = delete;
+    SerialPort& operator=(SerialPort&&) = delete;
 
     /// Closes an open port.
     virtual ~SerialPort() = default;

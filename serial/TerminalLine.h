@@ -19,6 +19,8 @@ public:
     TerminalLine();
     TerminalLine(const TerminalLine&) = delete;
     TerminalLine& operator=(const TerminalLine&) = delete;
+    TerminalLine(TerminalLine&&) = delete;
+    TerminalLine& operator=(TerminalLine&&) = delete;
     ~TerminalLine();
 
     /// Opens the device at `path`, claims it for this object alone, applies the settings and empties both queues. To
