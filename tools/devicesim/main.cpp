@@ -52,7 +52,13 @@ bool readMemory(const QString& path, std::vector<std::uint8_t>& memory)
         complain(QStringLiteral("cannot read '%1': %2").arg(path, file.errorString()));
         return false;
     }
-    const QByteArray content = file.read(static_cast<qint64>(DeviceMemory::size));
+    // What is no memory of a device must not be overwritten with one.
+    constexpr auto largest = static_cast<qint64>(DeviceMemory::size);
+    if (file.size() > largest) {
+        complain(QStringLiteral("'%1' is longer than the %2 bytes of the device's memory").arg(path).arg(largest));
+        return false;
+    }
+    const QByteArray content = file.readAll();
     memory.assign(content.begin(), content.end());
     return true;
 }
