@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QtGlobal>
+
 #include <array>
 #include <cstdint>
 
@@ -48,8 +50,7 @@ public:
     static constexpr std::uint32_t numberType = 4;
 
     DeviceApi() = default;
-    DeviceApi(const DeviceApi&) = delete;
-    DeviceApi& operator=(const DeviceApi&) = delete;
+    Q_DISABLE_COPY_MOVE(DeviceApi)
     virtual ~DeviceApi() = default;
 
     /// SetupDiGetClassDevsW. A set that was obtained is given back to `destroyDeviceInfoList` once.

@@ -3,6 +3,8 @@
 #include "serial/PortDeviceClasses.h"
 #include "serial/PortRules.h"
 
+#include <QtGlobal>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -29,8 +31,7 @@ public:
         if (set.handle)
             api.destroyDeviceInfoList(set);
     }
-    OpenSet(const OpenSet&) = delete;
-    OpenSet& operator=(const OpenSet&) = delete;
+    Q_DISABLE_COPY_MOVE(OpenSet)
 
     explicit operator bool() const { return set.handle; }
     DeviceApi::DeviceSet get() const { return set; }
@@ -53,8 +54,7 @@ public:
         if (key.handle)
             api.closeKey(key);
     }
-    OpenKey(const OpenKey&) = delete;
-    OpenKey& operator=(const OpenKey&) = delete;
+    Q_DISABLE_COPY_MOVE(OpenKey)
 
     explicit operator bool() const { return key.handle; }
     DeviceApi::Key get() const { return key; }

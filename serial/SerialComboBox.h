@@ -22,8 +22,7 @@ public:
     explicit SerialComboBox(QWidget* parent, PortSource portSource = availablePorts);
     ~SerialComboBox() override = default;
 
-    SerialComboBox(const SerialComboBox&) = delete;
-    SerialComboBox& operator=(const SerialComboBox&) = delete;
+    Q_DISABLE_COPY_MOVE(SerialComboBox)
 
     /// @return the name by which the chosen port is opened; empty when there is no port to choose.
     QString currentPort() const;

@@ -68,7 +68,7 @@ QByteArray reportedString(udev_device* terminal, const char* encodedName, const 
 QString firstOf(std::initializer_list<QByteArray> texts)
 {
     for (const QByteArray& bytes : texts) {
-        const QString text = QString::fromUtf8(bytes).trimmed();
+        QString text = QString::fromUtf8(bytes).trimmed();
         if (!text.isEmpty())
             return text;
     }
@@ -142,12 +142,11 @@ PortInfo describe(udev_device* terminal)
     PortInfo port;
     port.portName = QFile::decodeName(udev_device_get_devnode(terminal)).toStdWString();
     udev_device* usb = udev_device_get_parent_with_subsystem_devtype(terminal, "usb", "usb_device");
-    udev_device* pci = udev_device_get_parent_with_subsystem_devtype(terminal, "pci", nullptr);
     if (isBluetooth(terminal))
         describeBluetooth(port, terminal);
     else if (usb || property(terminal, "ID_BUS") == "usb")
         describeUsb(port, terminal, usb);
-    else if (pci)
+    else if (udev_device* pci = udev_device_get_parent_with_subsystem_devtype(terminal, "pci", nullptr))
         describePci(port, pci);
     else
         port.description = L"Serial port";
