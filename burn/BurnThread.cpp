@@ -85,6 +85,7 @@ BurnThread::~BurnThread() = default;
 
 void BurnThread::startBurn(const QString& port, const QString& file)
 {
+    lastOutcome.exchange(Outcome::Failed);
     portName = port;
     fileName = file;
     start(QThread::InheritPriority);
@@ -104,12 +105,11 @@ void BurnThread::run()
     firmware = std::make_unique<FirmwareFile>();
     client = makeClient();
     cancelHandle.offer(client);
-    lastOutcome = Outcome::Failed;
-    if (loadFirmware() && openPort())
-        walkStates();
+    const Outcome ended = loadFirmware() && openPort() ? walkStates() : Outcome::Failed;
     firmware.reset();
     cancelHandle.take();
     client.reset();
+    lastOutcome = ended;
 }
 
 bool BurnThread::loadFirmware()
@@ -142,15 +142,16 @@ bool BurnThread::openPort()
     return false;
 }
 
-void BurnThread::walkStates()
+BurnThread::Outcome BurnThread::walkStates()
 {
+    succeeded = false;
     setState(State::WaitDevice);
     while (!isInterruptionRequested())
         (this->*rowOf(state).step)();
-    if (state != State::Finished) {
-        lastOutcome = Outcome::Cancelled;
-        postLog(tr("Operation cancelled by user"));
-    }
+    if (state == State::Finished)
+        return succeeded ? Outcome::Succeeded : Outcome::Failed;
+    postLog(tr("Operation cancelled by user"));
+    return Outcome::Cancelled;
 }
 
 void BurnThread::setState(State newState)
@@ -318,7 +319,7 @@ void BurnThread::closeVerification()
 void BurnThread::resetStep()
 {
     client->resetDevice(0);
-    lastOutcome = Outcome::Succeeded;
+    succeeded = true;
     setState(State::Finished);
 }
 

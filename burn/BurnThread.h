@@ -6,6 +6,7 @@
 #include <QString>
 #include <QThread>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -88,7 +89,7 @@ private:
     bool loadFirmware();
     QString refusal() const;
     bool openPort();
-    void walkStates();
+    Outcome walkStates();
 
     void finishedStep();
     void waitDeviceStep();
@@ -126,7 +127,10 @@ private:
     bool advance = true;
 
     Verification verification;
-    Outcome lastOutcome = Outcome::Failed;
+    /// The device was verified and reset.
+    bool succeeded = false;
+    /// The last thing that a run writes, so that who has read it sees all that the run wrote.
+    std::atomic<Outcome> lastOutcome = Outcome::Failed;
     ClientFactory makeClient;
     Clock now;
     CancelHandle cancelHandle;
