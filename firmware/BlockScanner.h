@@ -18,7 +18,9 @@ public:
     /// Starts the next search at `startAddress`, with no present block.
     void reset(std::uint32_t startAddress);
 
-    /// Moves to the next block of at most `maxLength` bytes.
+    /// Moves to the next block. Four bytes of 0xFF in a row end a block and lie in none; blocks begin at even addresses
+    /// and have even lengths.
+    /// @param maxLength the limit of a block's length in bytes, even and at least 4
     /// @return false when no block is left; `address` is then 0 and `data` empty.
     bool next(std::size_t maxLength);
 

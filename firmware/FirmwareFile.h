@@ -18,7 +18,7 @@ public:
     ~FirmwareFile() = default;
     Q_DISABLE_COPY_MOVE(FirmwareFile)
 
-    /// Reads the file at `path` into a new object.
+    /// Reads the file at `path` into a new object. Anything but a regular file is refused, and one above 128 MiB.
     /// @return false on failure, with the reason in `errorText`; the object is then fit for nothing else.
     bool load(const QString& path);
 
