@@ -1,0 +1,242 @@
+#include "app/MainDialog.h"
+#include "burn/BurnMessageEvent.h"
+#include "burn/BurnProgressEvent.h"
+#include "tests/burn/ScriptedDevice.h"
+
+#include <QApplication>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTextEdit>
+#include <QTimer>
+
+namespace
+{
+
+/// The dialog as its user sees it: found by the names of its widgets, driven by keys and clicks.
+struct Window {
+    explicit Window(const QString& script = {})
+        : device(script)
+    {
+        device.pingMs = 20;
+        dialog = std::make_unique<MainDialog>(nullptr, device.clientFactory());
+        dialog->show();
+    }
+
+    template <typename Widget>
+    Widget* find(const char* name) const
+    {
+        return dialog->findChild<Widget*>(name);
+    }
+    QPushButton* close() const { return find<QDialogButtonBox>("bb")->button(QDialogButtonBox::Close); }
+    QPushButton* start() const
+    {
+        const auto buttons = find<QDialogButtonBox>("bb")->findChildren<QPushButton*>();
+        return buttons[0] == close() ? buttons[1] : buttons[0];
+    }
+    QTextEdit* log() const { return find<QTextEdit>("textLog"); }
+    QProgressBar* bar() const { return find<QProgressBar>("pb"); }
+    QString state() const { return bar()->isVisible() ? find<QLabel>("lblState")->text() : "hidden"; }
+
+    /// Whether the widgets look as they do with or without a burn.
+    bool looks(bool idle) const
+    {
+        const auto enabled = [this](const char* name) { return find<QWidget>(name)->isEnabled(); };
+        return enabled("cbSerial") == idle && enabled("eFilename") == idle && enabled("btnBrowse") == idle &&
+               close()->isEnabled() == idle && start()->text() == (idle ? "&Start programming" : "&Break");
+    }
+
+    void burn(const QString& file) const
+    {
+        find<QLineEdit>("eFilename")->clear();
+        QTest::keyClicks(find<QWidget>("eFilename"), file);
+        QTest::mouseClick(start(), Qt::LeftButton);
+    }
+
+    ScriptedDevice device;
+    std::unique_ptr<MainDialog> dialog;
+};
+
+/// Presses a button of the question that comes up meanwhile, and counts the questions.
+void answerWith(QMessageBox::StandardButton button, int& asked)
+{
+    QTimer::singleShot(0, [button, &asked] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (box == nullptr)
+            return;
+        asked += box->windowTitle() == "Close" && box->text() == "An operation is still in progress.\nAre you to exit?";
+        QTest::mouseClick(box->button(button), Qt::LeftButton);
+    });
+}
+
+} // namespace
+
+class TestMainDialog : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir folder;
+    QString file = writeFirmware(folder.path(), {{0x3100, QByteArray(700, 'x')}});
+
+private Q_SLOTS:
+    void form();
+    void goodBurn();
+    void breakButton();
+    void closingAsks();
+    void errorColour_data();
+    void errorColour();
+    void events();
+    void browsing();
+};
+
+void TestMainDialog::form()
+{
+    QCoreApplication::setApplicationName("Tavimora");
+    QCoreApplication::setApplicationVersion("1.1");
+    const Window window;
+    QCOMPARE(window.dialog->windowTitle(), "Tavimora v1.1");
+    QVERIFY(window.looks(true) && window.start()->isEnabled() && window.state() == "hidden");
+    QVERIFY(window.log()->isReadOnly());
+
+    QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
+    QTest::keyClick(window.dialog.get(), Qt::Key_F, Qt::AltModifier);
+    QStringList order;
+    for (int i = 0; i < 7; ++i) {
+        const QWidget* widget = QApplication::focusWidget();
+        order += widget->objectName().isEmpty() ? widget->metaObject()->className() : widget->objectName();
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    }
+    QCOMPARE(order.join(' '), "eFilename btnBrowse QToolButton QComboBox textLog QPushButton QPushButton");
+}
+
+void TestMainDialog::goodBurn()
+{
+    const Window window;
+    window.burn(file);
+    QVERIFY(window.looks(false) && !window.start()->isEnabled());
+    QTRY_COMPARE(window.state(), "Delay");
+    QVERIFY(window.start()->isEnabled());
+    QCOMPARE(window.bar()->maximum(), 3000);
+    QTRY_VERIFY(window.bar()->value() > 1000);
+    QTRY_VERIFY_WITH_TIMEOUT(window.looks(true), 30000);
+    const QString log = window.log()->toPlainText();
+    QVERIFY(log.startsWith("Uploading firmware: 'Board %2' 1.2%1\nWaiting for device on '"));
+    QVERIFY(log.endsWith("\nVerification successful\nReset device\nComplete"));
+    QCOMPARE(window.state(), "hidden");
+    QVERIFY(window.start()->isEnabled());
+    QCOMPARE(std::count(window.device.memory.begin(), window.device.memory.end(), 'x'), 700);
+}
+
+void TestMainDialog::breakButton()
+{
+    const Window window("v*-");
+    window.burn(file);
+    QTRY_VERIFY(window.start()->isEnabled());
+    QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
+    QTest::keyClick(window.dialog.get(), Qt::Key_B, Qt::AltModifier);
+    QTRY_VERIFY(window.looks(true));
+    QVERIFY(window.log()->toPlainText().endsWith("\nOperation cancelled by user"));
+    QCOMPARE(window.state(), "Waiting for device");
+}
+
+void TestMainDialog::closingAsks()
+{
+    Window window("e1s");
+    window.burn(file);
+    QTRY_COMPARE_WITH_TIMEOUT(window.state(), "Erasing", 30000);
+    QVERIFY(window.looks(false) && !window.start()->isEnabled());
+    int asked = 0;
+    answerWith(QMessageBox::No, asked);
+    window.dialog->close();
+    window.dialog->activateWindow();
+    answerWith(QMessageBox::No, asked);
+    QTest::keyClick(window.dialog.get(), Qt::Key_Escape);
+    QVERIFY(window.dialog->isVisible() && window.looks(false));
+    answerWith(QMessageBox::Yes, asked);
+    window.dialog->close();
+    QCOMPARE(asked, 3);
+    QVERIFY(!window.dialog->isVisible());
+    window.dialog.reset();
+    QVERIFY(window.device.client.expired());
+    QCOMPARE(window.device.requests, "vpe");
+}
+
+void TestMainDialog::errorColour_data()
+{
+    QTest::addColumn<int>("lightness");
+    QTest::addColumn<QString>("color");
+    QTest::newRow("light") << 255 << "#c62828";
+    QTest::newRow("just light") << 128 << "#c62828";
+    QTest::newRow("just dark") << 127 << "#ef5350";
+    QTest::newRow("dark") << 20 << "#ef5350";
+}
+
+void TestMainDialog::errorColour()
+{
+    QFETCH(const int, lightness);
+    const Window window;
+    QPalette palette;
+    palette.setColor(QPalette::Base, QColor(lightness, lightness, lightness));
+    QApplication::setPalette(palette);
+    QEvent themeChange(QEvent::ThemeChange);
+    QApplication::sendEvent(window.dialog.get(), &themeChange);
+    window.burn(file + ".none");
+    QTRY_VERIFY(window.looks(true));
+    QCOMPARE(window.log()->toPlainText(), "Can't open input file. No such file or directory");
+    QFETCH(const QString, color);
+    QVERIFY2(window.log()->toHtml().contains("color:" + color), qPrintable(window.log()->toHtml()));
+    QCOMPARE(window.state(), "hidden");
+}
+
+void TestMainDialog::events()
+{
+    const Window window;
+    const auto message = [&](MessageKind kind, const QString& text) {
+        QCoreApplication::postEvent(window.dialog.get(), new BurnMessageEvent(kind, text));
+    };
+    const auto progress = [&](ProgressKind kind, int value) {
+        QCoreApplication::postEvent(window.dialog.get(), new BurnProgressEvent(kind, value));
+    };
+    using Kind = ProgressKind;
+    message(MessageKind::Log, "<b>bold</b> %1");
+    message(MessageKind::Error, "<u>100%1</u>");
+    message(MessageKind(9), "nothing");
+    message(MessageKind::Status, "State");
+    for (const auto& [kind, value] : std::initializer_list<std::pair<Kind, int>>{{Kind::Maximum, 20},
+             {Kind::Minimum, 10}, {Kind::Value, 15}, {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}})
+        progress(kind, value);
+    QCoreApplication::sendPostedEvents();
+    QCOMPARE(window.log()->toPlainText(), "bold %1\n100%1");
+    QVERIFY(window.log()->toHtml().contains("underline"));
+    QCOMPARE(window.bar()->value(), 15);
+    QCOMPARE(window.state(), "State");
+    QVERIFY(!window.start()->isEnabled() && window.close()->isEnabled());
+    message(MessageKind::Status, {});
+    progress(Kind::Enabled, -1);
+    QCoreApplication::sendPostedEvents();
+    QVERIFY(window.state() == "hidden" && window.start()->isEnabled());
+}
+
+void TestMainDialog::browsing()
+{
+    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
+    const Window window;
+    for (const bool accept : {false, true}) {
+        QTimer::singleShot(200, this, [&] {
+            auto* browser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+            browser->findChild<QLineEdit*>("fileNameEdit")->setText(file);
+            static_cast<QDialog*>(browser)->done(accept);
+        });
+        QTest::mouseClick(window.find<QWidget>("btnBrowse"), Qt::LeftButton);
+        QCOMPARE(window.find<QLineEdit>("eFilename")->text(), accept ? file : QString());
+    }
+}
+
+QTEST_MAIN(TestMainDialog)
+#include "TestMainDialog.moc"
