@@ -43,7 +43,7 @@ public:
 
     QString text(const QString& name)
     {
-        const QString value = single(name);
+        QString value = single(name);
         if (escaped(value) != value) {
             refuse(QString("--%1 may hold no control characters").arg(name));
         }

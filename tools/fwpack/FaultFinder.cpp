@@ -1,5 +1,6 @@
 #include "tools/fwpack/FaultFinder.h"
 
+#include "firmware/Base64.h"
 #include "firmware/MemoryImage.h"
 #include "firmware/QAESEncryption.h"
 #include "tools/fwpack/HeaderReport.h"
@@ -28,17 +29,18 @@ QString jsonFault(const QByteArray& content, const QJsonParseError& error)
         .arg(content.left(error.offset).count('\n') + 1);
 }
 
-bool isBase64(char character)
+bool isBase64(QChar character)
 {
-    return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
-           (character >= '0' && character <= '9') || character == '+' || character == '/';
+    const char16_t code = character.unicode();
+    return (code >= 'A' && code <= 'Z') || (code >= 'a' && code <= 'z') || (code >= '0' && code <= '9') ||
+           code == '+' || code == '/';
 }
 
 /// Tells of characters that the Base64 reader skips, line ends and padding aside.
-QStringList skippedCharacters(const QByteArray& base64)
+QStringList skippedCharacters(const QString& base64)
 {
-    const auto skipped = [](char character) {
-        return !isBase64(character) && !QByteArrayView("=\r\n\t ").contains(character);
+    const auto skipped = [](QChar character) {
+        return !isBase64(character) && !QStringView(u"=\r\n\t ").contains(character);
     };
     const auto first = std::find_if(base64.begin(), base64.end(), skipped);
     if (first == base64.end()) {
@@ -111,8 +113,8 @@ QStringList imageFaults(const QJsonValue& image)
     if (!image.isString()) {
         return {"image: " + typeName(image) + ", not a string"};
     }
-    const QByteArray base64 = image.toString().toLocal8Bit();
-    const QStringList faults = cipherTextFaults(QByteArray::fromBase64(base64));
+    const QString base64 = image.toString();
+    const QStringList faults = cipherTextFaults(decodeBase64(base64));
     return faults.isEmpty() ? faults : faults + skippedCharacters(base64);
 }
 

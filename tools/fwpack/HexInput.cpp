@@ -14,8 +14,10 @@ namespace fwpack
 namespace
 {
 
-/// Far above any image that can be burned; keeps an endless input from filling the memory.
-constexpr qint64 maximumFileSize = 256 * 1024 * 1024;
+constexpr qint64 mib = qint64{1024} * 1024;
+/// Far above any image that can be burned, and as firmware file still within what the program loads; keeps an endless
+/// input from filling the memory.
+constexpr qint64 maximumFileSize = 64 * mib;
 
 enum RecordType : std::uint8_t {
     EndOfFile = 0x01,
@@ -58,7 +60,7 @@ bool HexInput::readFile(const QString& path)
         return fail(file.errorString());
     }
     if (text.size() > maximumFileSize) {
-        return fail(QString("is larger than %1 MiB").arg(maximumFileSize / (1024 * 1024)));
+        return fail(QString("is larger than %1 MiB").arg(maximumFileSize / mib));
     }
     return true;
 }

@@ -25,7 +25,7 @@ namespace
 /// The content of a regular file of a size that a firmware file may have; nothing for any other.
 std::optional<QByteArray> readContent(const QString& path)
 {
-    constexpr qint64 maximumSize = 128 * 1024 * 1024;
+    constexpr qint64 maximumSize = qint64{128} * 1024 * 1024;
     QFile file(path);
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly) || file.size() > maximumSize) {
         return std::nullopt;
