@@ -1,5 +1,6 @@
-// Runs a shell command a number of times and prints its median wall time in milliseconds and the largest memory that
-// one process of it had resident, in KiB. Usage: MeasureCommand RUNS COMMAND
+// Runs a shell command a number of times and prints the medians of its wall time and of the processor time of all its
+// processes, in milliseconds, and the largest memory that one process of it had resident, in KiB.
+// Usage: MeasureCommand RUNS COMMAND
 //
 // The memory is that of the largest process of the command, not the sum of those that run at the same time.
 
@@ -15,6 +16,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace
+{
+
+double milliseconds(const timeval& time)
+{
+    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+} // namespace
+
 int main(int argc, char* argv[])
 {
     if (argc != 3) {
@@ -26,9 +43,10 @@ int main(int argc, char* argv[])
     char option[] = "-c";
     char* const arguments[] = {shell, option, argv[2], nullptr};
 
-    std::vector<double> milliseconds;
+    std::vector<double> wallTimes;
+    std::vector<double> processorTimes;
     long peak = 0;
-    while (milliseconds.size() < runs) {
+    while (wallTimes.size() < runs) {
         const auto start = std::chrono::steady_clock::now();
         pid_t child = 0;
         if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, arguments, environ) != 0) {
@@ -44,10 +62,10 @@ int main(int argc, char* argv[])
             std::fprintf(stderr, "MeasureCommand: the command failed: %s\n", argv[2]);
             return 1;
         }
-        milliseconds.push_back(time.count());
+        wallTimes.push_back(time.count());
+        processorTimes.push_back(milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime));
         peak = std::max(peak, usage.ru_maxrss);
     }
-    std::sort(milliseconds.begin(), milliseconds.end());
-    std::printf("%.3f %ld\n", milliseconds[runs / 2], peak);
+    std::printf("%.3f %.3f %ld\n", median(wallTimes), median(processorTimes), peak);
     return 0;
 }
