@@ -86,6 +86,7 @@ const char* const conversations[][3] = {
     {"never sets", "stuck-bit:0x3103.0=0", "erase=ok blank=not"},
     {"dirty blank", "dirty-blank", "ping=ok erase=ok blank=not blank=ok erase=ok blank=ok"},
     {"hang-up", "hangup:2", "ping=ok ping="},
+    {"hang-up behind a command", "hangup:erase+1", "ping=ok ping=ok erase=ok ping="},
 };
 
 } // namespace
@@ -159,7 +160,7 @@ private Q_SLOTS:
         QVERIFY(memory.open(QIODevice::ReadWrite) && memory.write("\x12", 1) == 1 && memory.flush());
         qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
         const QString wrong =
-            "bogus drop:1.1 drop:nan stuck-bit:65536 stuck-bit:0.8 dirty-blank:1 hangup:0 late-start:x";
+            "bogus drop:1.1 drop:nan stuck-bit:65536 stuck-bit:0.8 dirty-blank:1 hangup:0 hangup:erase+x hangup:eraser late-start:x";
         for (const QString& fault : wrong.split(' '))
             QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM, {"--fault", fault}), 2);
         QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM, {"--link", memory.fileName()}), 1);

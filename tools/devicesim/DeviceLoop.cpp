@@ -137,7 +137,7 @@ void DeviceLoop::handle(const Request& request, TimePoint arrival)
     entry.command = static_cast<std::uint8_t>(request.command);
     entry.address = request.address;
     entry.count = request.count;
-    if (++requestCount == config.faults.hangupAt) {
+    if (hangUpIsDue(request.command)) {
         hangUp(entry);
         return;
     }
@@ -153,6 +153,14 @@ void DeviceLoop::handle(const Request& request, TimePoint arrival)
     injector.damage(reply.bytes, entry.faults);
     pending = std::move(reply);
     record(entry);
+}
+
+bool DeviceLoop::hangUpIsDue(Command command)
+{
+    const FaultPlan& faults = config.faults;
+    if (requestCount > 0 || command == faults.hangupFrom.value_or(command))
+        ++requestCount;
+    return requestCount > 0 && requestCount == faults.hangupAt;
 }
 
 std::vector<std::uint8_t> DeviceLoop::carryOut(const Request& request, RequestRecord& record)

@@ -47,6 +47,7 @@ private:
     bool finishRequest(TimePoint now);
     void receive(const PacedLine::Byte& byte);
     void handle(const Request& request, TimePoint arrival);
+    bool hangUpIsDue(Command command);
     std::vector<std::uint8_t> carryOut(const Request& request, RequestRecord& record);
     std::chrono::milliseconds timeFor(const Request& request, std::uint8_t status) const;
     void abandonCutRequest(TimePoint now);
@@ -77,6 +78,7 @@ private:
     TimePoint busyUntil;
     /// When to clean up behind a host.
     std::optional<TimePoint> tidyAt;
+    /// Requests from the one on that the hang-up counts from.
     std::uint64_t requestCount = 0;
     /// The fault is still to come, with the first erase; and it hits the next blank check.
     bool dirtyBlankLeft = false;

@@ -65,11 +65,14 @@ bool applyDirtyBlank(FaultPlan& plan, const QString& value)
 bool applyHangup(FaultPlan& plan, const QString& value)
 {
     qulonglong number = 1;
-    if (!value.isNull() && !readNumber(value, UINT32_MAX, number)) {
-        return false;
-    }
-    plan.hangupAt = number;
-    return number > 0;
+    const QStringList parts = value.split(u'+');
+    const std::optional<Command> command = commandNamed(parts.first().toLatin1().constData());
+    const bool valid = command
+                           ? parts.size() == 1 || (parts.size() == 2 && readNumber(parts.last(), UINT32_MAX, number))
+                           : value.isNull() || readNumber(value, UINT32_MAX, number);
+    plan.hangupFrom = command;
+    plan.hangupAt = command && parts.size() == 2 ? number + 1 : number;
+    return valid && plan.hangupAt > 0;
 }
 
 bool applyLateStart(FaultPlan& plan, const QString& value)
@@ -94,7 +97,7 @@ constexpr FaultEntry faultTable[] = {
     {"lose", applyProbability<Fault::Lose>, "PROBABILITY", "bytes of the request are lost"},
     {"stuck-bit", applyStuckBit, "ADDRESS[.BIT][=0|1]", "a bit never clears (=1) or never sets (=0); 0x3100.0=1"},
     {"dirty-blank", applyDirtyBlank, nullptr, "the first blank check after an erase answers not blank"},
-    {"hangup", applyHangup, "N", "the line hangs up at the Nth request; 1"},
+    {"hangup", applyHangup, "N|COMMAND[+N]", "the line hangs up at the Nth request, or N behind the first COMMAND; 1"},
     {"late-start", applyLateStart, "MS", "the device hears nothing for so long at first; 2000"},
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/devicesim/DeviceMemory.h"
+#include "tools/devicesim/WireFormat.h"
 
 #include <QString>
 
@@ -45,6 +46,8 @@ struct FaultPlan {
     bool dirtyBlank = false;
     /// The line hangs up at this request, counted from 1, instead of a reply; 0: never.
     std::uint64_t hangupAt = 0;
+    /// What `hangupAt` counts from: the first request with this command, or the first of all.
+    std::optional<Command> hangupFrom;
     /// For so long after its start the device hears nothing.
     std::chrono::milliseconds startDelay{0};
 };
