@@ -32,6 +32,25 @@ enum class BootStatus : std::int32_t {
     Refused = 0xA0,
 };
 
+/// Whether a status can be the device's answer to a command. One that cannot is a reply to something else, and the
+/// answer is still to come.
+constexpr bool isAnswer(BootCommand command, BootStatus status)
+{
+    switch (status) {
+    case BootStatus::Refused:
+        return true;
+    case BootStatus::Data:
+        return command == BootCommand::CmdReadBlock || command == BootCommand::CmdGetVersion;
+    case BootStatus::NotBlank:
+        return command == BootCommand::CmdBlankCheck;
+    case BootStatus::Ok:
+        return command != BootCommand::CmdReadBlock && command != BootCommand::CmdGetVersion;
+    case BootStatus::None:
+        return false;
+    }
+    return false;
+}
+
 /// How long the tool waits for the status byte after a request has left.
 struct CommandDeadline {
     BootCommand command;

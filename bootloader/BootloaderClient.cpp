@@ -115,7 +115,7 @@ bool BootloaderClient::open(const std::string& portName, std::uint32_t baudRate)
     port->setBaudRate(baudRate);
     port->setParity(PortParity::None);
     port->setTimeouts(limitFor(baudRate, writeLimitMs), limitFor(baudRate, readLimitMs));
-    unanswered = false;
+    unanswered = blockUnanswered = probeUnanswered = false;
     return port->open();
 }
 
@@ -179,6 +179,8 @@ std::vector<std::uint8_t> BootloaderClient::readBlock(std::uint32_t address, std
         return {};
     const BootStatus status =
         sendCommand(BootCommand::CmdReadBlock, wireAddress(address), static_cast<std::uint16_t>(words));
+    if (damaged)
+        dropInput();
     if (status != BootStatus::Data)
         return {};
     return {reply.begin() + Boot::replyDataOffset, reply.end() - Boot::replyChecksumSize};
@@ -192,16 +194,26 @@ bool BootloaderClient::resetDevice(std::uint32_t address)
 
 void BootloaderClient::dropInput()
 {
-    unanswered = false;
     int reads = 0;
     while (port->read(replyBuffer.data(), replyBuffer.size()) > 0 && ++reads < maxDropReads) {
     }
 }
 
-void BootloaderClient::resynchronise()
+bool BootloaderClient::resynchronise()
 {
-    if (unanswered)
+    if (!unanswered)
+        return true;
+    dropInput();
+    const BootCommand probe = blockUnanswered ? BootCommand::CmdBlankCheck : BootCommand::CmdGetVersion;
+    const BootStatus status = blockUnanswered ? sendCommand(probe, pingAddress, pingWords) : sendCommand(probe, 0, 0);
+    if (!isAnswer(probe, status)) {
+        probeUnanswered = true;
+        return false;
+    }
+    if (probeUnanswered)
         dropInput();
+    unanswered = blockUnanswered = probeUnanswered = false;
+    return true;
 }
 
 BootStatus BootloaderClient::sendCommand(BootCommand command, std::uint16_t address, std::uint16_t count)
@@ -221,9 +233,13 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
     const std::size_t written = send(*port, frame);
     if (!echoOn || dropEcho(*port, written))
         status = awaitStatus(findDeadline(command));
-    if (status == BootStatus::Data && !takeDataReply())
+    damaged = status == BootStatus::Data && !takeDataReply();
+    if (damaged)
         status = BootStatus::None;
-    unanswered = unanswered || status == BootStatus::None;
+    if (!isAnswer(command, status)) {
+        unanswered = true;
+        blockUnanswered = blockUnanswered || command == BootCommand::CmdReadBlock;
+    }
     return status;
 }
 

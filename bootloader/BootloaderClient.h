@@ -77,7 +77,8 @@ public:
     bool writeBlock(std::uint32_t address, const std::vector<std::uint8_t>& data);
 
     /// Reads `size` bytes (rounded up to whole words, at least one) from `address` on.
-    /// @return the bytes that came, whose number the device decided; empty on failure.
+    /// @return the bytes that came, whose number the device decided; empty on failure. Of a damaged reply nothing is
+    /// left in the input queue.
     std::vector<std::uint8_t> readBlock(std::uint32_t address, std::uint64_t size);
 
     /// Resets the device.
@@ -88,9 +89,12 @@ public:
     /// request. Ends in bounded time on a line that never falls silent, and at once after a cancel.
     void dropInput();
 
-    /// `dropInput` if a request since the last call was left without a usable reply, whose reply may thus still be on
-    /// its way; otherwise takes no time.
-    void resynchronise();
+    /// Makes sure that no reply to an earlier request can be taken for the next one's: a wrong match is how a burn
+    /// would lie. Takes no time when every request has its answer. Otherwise it drops the input and asks the bootloader
+    /// something whose answer looks unlike the one that is missing; since requests are answered in their order, nothing
+    /// is on its way any more when that answer comes.
+    /// @return whether the line is in step; false when no answer came, and another call may do.
+    bool resynchronise();
 
     /// Versions and identity out of the last good version reply.
     BootVersion bootloaderVersion;
@@ -122,7 +126,13 @@ public:
     bool echoOn = false;
 
 private:
-    /// An exchange since the last `dropInput` ended without a usable reply.
+    /// A request is without its answer, which may still come.
     bool unanswered = false;
+    /// Among these requests is one for a block, ...
+    bool blockUnanswered = false;
+    /// ... or one of `resynchronise` itself.
+    bool probeUnanswered = false;
+    /// The last exchange met a data reply that was cut or not intact.
+    bool damaged = false;
     Clock now = systemClock;
 };

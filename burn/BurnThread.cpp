@@ -202,28 +202,28 @@ void BurnThread::waitDeviceStep()
 
 void BurnThread::powerupDelayStep()
 {
-    const bool over = now() >= deadline;
-    if (over)
+    if (now() >= deadline)
         setState(State::Erase);
     const std::int64_t remainingMs = std::max<std::int64_t>(deadline - now(), 0);
     postValue(static_cast<std::int32_t>(powerupDelayMs - remainingMs));
     client->ping();
-    // A late answer to a ping looks just like the device's word that it is erased.
-    if (over)
-        client->resynchronise();
 }
 
 void BurnThread::eraseStep()
 {
-    if (!client->eraseMemory())
+    if (!mayGoOn())
         return;
-    client->resynchronise();
+    advance = client->eraseMemory();
+    if (!advance)
+        return;
     postLog(tr("Erase successful"));
     setState(State::BlankCheck);
 }
 
 void BurnThread::blankCheckStep()
 {
+    if (!mayGoOn())
+        return;
     if (!takeBlock()) {
         postLog(tr("Blank check complete, device is blank"));
         setState(State::Program);
@@ -233,10 +233,7 @@ void BurnThread::blankCheckStep()
     postValue(static_cast<std::int32_t>(block.address));
     const BootAnswer answer = client->blankCheck(block.address, static_cast<std::uint64_t>(block.data.size()));
     advance = answer.answered;
-    if (!answer.answered)
-        return;
-    client->resynchronise();
-    if (!answer.blank) {
+    if (answer.answered && !answer.blank) {
         postError(withBlock(tr("Found bad memory block %1:%2")));
         setState(State::Erase);
     }
@@ -244,6 +241,8 @@ void BurnThread::blankCheckStep()
 
 void BurnThread::programStep()
 {
+    if (!mayGoOn())
+        return;
     if (!takeBlock()) {
         postLog(tr("Programming complete"));
         setState(State::Verify);
@@ -252,14 +251,14 @@ void BurnThread::programStep()
     const BlockScanner& block = firmware->scanner;
     postValue(static_cast<std::int32_t>(block.address));
     advance = client->writeBlock(block.address, {block.data.begin(), block.data.end()});
-    if (advance)
-        client->resynchronise();
-    else
+    if (!advance)
         postError(withBlock(tr("Error while writing memory block %1:%2")));
 }
 
 void BurnThread::verifyStep()
 {
+    if (!mayGoOn())
+        return;
     if (!takeBlock()) {
         closeVerification();
         return;
@@ -267,20 +266,12 @@ void BurnThread::verifyStep()
     const BlockScanner& block = firmware->scanner;
     postValue(static_cast<std::int32_t>(block.address));
     const auto readBack = client->readBlock(block.address, static_cast<std::uint64_t>(block.data.size()));
-    if (readBack.empty())
-        repeatRead();
+    advance = !readBack.empty();
+    if (!advance)
+        postError(withBlock(tr("Error while verifying %1:%2")));
     else
         judgeBlock(std::equal(readBack.begin(), readBack.end(), block.data.begin(), block.data.end(),
             [](std::uint8_t read, char written) { return read == static_cast<std::uint8_t>(written); }));
-}
-
-/// Has the present block, of which nothing came, read again.
-void BurnThread::repeatRead()
-{
-    postError(withBlock(tr("Error while verifying %1:%2")));
-    client->resynchronise();
-    verification.replyDue = true;
-    advance = false;
 }
 
 /// Takes the result of comparing the present block. One that differs gets a second look on a quiet line, since what
@@ -288,13 +279,10 @@ void BurnThread::repeatRead()
 void BurnThread::judgeBlock(bool matches)
 {
     const bool lookAgain = !matches && !verification.secondLook;
-    if (lookAgain)
+    if (lookAgain) {
         postError(withBlock(tr("Data no match %1:%2")));
-    // The reply to a read that was given up may follow the one to its repetition, and must not stand for the next
-    // block.
-    if (lookAgain || verification.replyDue)
         client->dropInput();
-    verification.replyDue = false;
+    }
     verification.secondLook = lookAgain;
     advance = !lookAgain;
     if (advance) {
@@ -321,6 +309,13 @@ void BurnThread::resetStep()
     client->resetDevice(0);
     succeeded = true;
     setState(State::Finished);
+}
+
+/// Whether this pass may ask the device for something new. A late reply taken for the answer to another request is how
+/// a burn would lie, so none may be on its way; a repeat, which a late reply answers as well, goes at once.
+bool BurnThread::mayGoOn()
+{
+    return !advance || client->resynchronise();
 }
 
 /// Makes the block of this pass the present one: the next one, or the same once more.

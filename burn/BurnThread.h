@@ -79,8 +79,6 @@ private:
         int badBlocks = 0;
         /// The present block differed once and is being read again.
         bool secondLook = false;
-        /// A read of the present block was given up; its reply may still come.
-        bool replyDue = false;
     };
 
     static const StateRow& rowOf(State wanted);
@@ -100,9 +98,9 @@ private:
     void verifyStep();
     void resetStep();
 
+    bool mayGoOn();
     bool takeBlock();
     QString withBlock(const QString& text) const;
-    void repeatRead();
     void judgeBlock(bool matches);
     void closeVerification();
 

@@ -177,25 +177,35 @@ void BootloaderClientTest::replies()
     QTEST(call(link.client), "result");
 }
 
-/// A reply that comes after its deadline answers the next request, unless the line is brought back in step.
+/// A reply that comes after its deadline answers the next request, unless the line is brought back in step, which takes
+/// an answer that cannot be the late one.
 void BootloaderClientTest::resynchronise()
 {
     for (const bool resynchronised : {false, true}) {
         Link link(ScriptedLine::dataReply({7, 7}).bytes, milliseconds(350));
         QVERIFY(link.client.readBlock(0, 2).empty());
+        link.answer({0x90});
+        QVERIFY(!resynchronised || link.client.resynchronise());
         link.answer(ScriptedLine::dataReply({1, 2}).bytes);
-        if (resynchronised)
-            link.client.resynchronise();
         QCOMPARE(hex(link.client.readBlock(0, 2)), QByteArray(resynchronised ? "01 02" : "07 07"));
     }
-    Link link({0x90});
-    link.client.eraseMemory();
+    Link link;
+    QVERIFY(!link.client.writeBlock(0, {1, 2}) && !link.client.resynchronise());
+    link.answer({0x90});
+    QVERIFY2(!link.client.resynchronise(), "the answer could be that of the write");
+    link.answer(ScriptedLine::dataReply({0, 0, 0, 0, 0, 0}).bytes);
+    QVERIFY(link.client.resynchronise());
     const auto start = link.line->now;
-    link.client.resynchronise();
+    QVERIFY(link.client.resynchronise());
     QCOMPARE(link.line->now, start);
+
+    link.answer(bytes("80 00 00 00 01 00 90 90 00 00"));
+    QVERIFY(link.client.readBlock(0, 2).empty());
+    QVERIFY2(link.line->input.empty(), "nothing is left of a damaged reply");
     link.line->deliver({Bytes(100'000)});
+    const auto flood = link.line->now;
     link.client.dropInput();
-    QVERIFY2(link.line->now - start < milliseconds(1000), "ends on a line that is never silent");
+    QVERIFY2(link.line->now - flood < milliseconds(1000), "ends on a line that is never silent");
 }
 
 void BootloaderClientTest::echo()

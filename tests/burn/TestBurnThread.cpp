@@ -112,19 +112,19 @@ no port                       |no port||upload no-port||Failed
 foreign device                |foreign||upload wait found foreign end|v|Failed
 empty image                   |empty||up erased check blank program programmed verify good|vpex|Succeeded
 all well                      |good||written abcd good|vpebbbbwwwwrrrrx|Succeeded
-device late to come           |good|v1- v2x v3-|written abcd good|vvvvpebbbbwwwwrrrrx|Succeeded
-erase, blank check repeated   |good|e1- e2x b1- b2x b4-|up erased check aaabbcd blank program abcd programmed verify abcd good|vpeeebbbbbbbwwwwrrrrx|Succeeded
-late answer to a ping         |good|p*+80 e1-|written abcd good|vpeebbbbwwwwrrrrx|Succeeded
-late answer to an erase       |good|e1+350 b1d|up erased check a a:dirty erase erased check abcd blank program abcd programmed verify abcd good|vpeebebbbbwwwwrrrrx|Succeeded
-late answer to a blank check  |good|b1+130 b3d|up erased check aab b:dirty erase erased check abcd blank program abcd programmed verify abcd good|vpebbbebbbbwwwwrrrrx|Succeeded
-write repeated                |good|w1- w2x|up erased check abcd blank program a a:unwritten a a:unwritten abcd programmed verify abcd good|vpebbbbwwwwwwrrrrx|Succeeded
-late answer to a write        |good|w1+350 w3-|up erased check abcd blank program a a:unwritten ab b:unwritten bcd programmed verify abcd good|vpebbbbwwwwwwrrrrx|Succeeded
-read repeated                 |good|r1- r2x|written a a:unread a a:unread abcd good|vpebbbbwwwwrrrrrrx|Succeeded
-late reply to a read          |good|r1+350 r2-|written a a:unread a a:unread abcd good|vpebbbbwwwwrrrrrrx|Succeeded
-reply for another block's     |good|r1+520 r3b r4b|written a a:unread ab b:differs bcd one-bad end|vpebbbbwwwwrrrrrr|Failed
+device late to come           |good|v1- v2x v3-|written abcd good|vvvvpvebbbbwwwwrrrrx|Succeeded
+erase, blank check repeated   |good|e1- e2x b1- b2x b4-|up erased check aaabbcd blank program abcd programmed verify abcd good|vpeeevbbbvbbvbbwwwwrrrrx|Succeeded
+late answer to a ping         |good|p*+80 e1-|written abcd good|vpveevbbbbwwwwrrrrx|Succeeded
+late answer to an erase       |good|e1+350 b1d|up erased check a a:dirty erase erased check abcd blank program abcd programmed verify abcd good|vpeevbebbbbwwwwrrrrx|Succeeded
+late answer to a blank check  |good|b1+130 b3d|up erased check aab b:dirty erase erased check abcd blank program abcd programmed verify abcd good|vpebbvbebbbbwwwwrrrrx|Succeeded
+write repeated                |good|w1- w2x|up erased check abcd blank program a a:unwritten a a:unwritten abcd programmed verify abcd good|vpebbbbwwwvwwwrrrrx|Succeeded
+late answer to a write        |good|w1+350 w3-|up erased check abcd blank program a a:unwritten ab b:unwritten bcd programmed verify abcd good|vpebbbbwwvwwvwwrrrrx|Succeeded
+read repeated                 |good|r1- r2x|written a a:unread a a:unread abcd good|vpebbbbwwwwrrrprrrx|Succeeded
+late reply to a read          |good|r1+350 r2-|written a a:unread abcd good|vpebbbbwwwwrrprrrx|Succeeded
+reply for another block's     |good|r1+520 r3b r4b|written a a:unread ab b:differs bcd one-bad end|vpebbbbwwwwrrprrrr|Failed
 reply sent twice              |good|r1=|written abc c:differs cd good|vpebbbbwwwwrrrrrx|Succeeded
 second look is good           |good|r1b r3b|written a a:differs ab b:differs bcd good|vpebbbbwwwwrrrrrrx|Succeeded
-bad blocks                    |good|r1b r2b r4b r5- r6b|written a a:differs abc c:differs c c:unread cd two-bad end|vpebbbbwwwwrrrrrrr|Failed
+bad blocks                    |good|r1b r2b r4b r5- r6b|written a a:differs abc c:differs c c:unread cd two-bad end|vpebbbbwwwwrrrrrrpr|Failed
 stop before the port opens    |good|o1s|upload wait cancelled||Cancelled
 stop while waiting            |good|v1- v2s|upload wait cancelled|vv|Cancelled
 stop in the delay             |good|p3s|upload wait found delay cancelled|vp|Cancelled
