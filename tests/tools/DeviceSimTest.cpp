@@ -159,8 +159,8 @@ private Q_SLOTS:
         QFile memory(folder.filePath("memory")), report(folder.filePath("report"));
         QVERIFY(memory.open(QIODevice::ReadWrite) && memory.write("\x12", 1) == 1 && memory.flush());
         qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
-        const QString wrong =
-            "bogus drop:1.1 drop:nan stuck-bit:65536 stuck-bit:0.8 dirty-blank:1 hangup:0 hangup:erase+x hangup:eraser late-start:x";
+        const QString wrong = "bogus drop:1.1 drop:nan stuck-bit:65536 stuck-bit:0.8 dirty-blank:1 hangup:0 "
+                              "hangup:erase+x hangup:eraser late-start:x";
         for (const QString& fault : wrong.split(' '))
             QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM, {"--fault", fault}), 2);
         QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM, {"--link", memory.fileName()}), 1);
