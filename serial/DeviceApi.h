@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QtGlobal>
-
 #include <array>
 #include <cstdint>
 
@@ -50,7 +48,10 @@ public:
     static constexpr std::uint32_t numberType = 4;
 
     DeviceApi() = default;
-    Q_DISABLE_COPY_MOVE(DeviceApi)
+    DeviceApi(const DeviceApi&) = delete;
+    DeviceApi(DeviceApi&&) = delete;
+    DeviceApi& operator=(const DeviceApi&) = delete;
+    DeviceApi& operator=(DeviceApi&&) = delete;
     virtual ~DeviceApi() = default;
 
     /// SetupDiGetClassDevsW. A set that was obtained is given back to `destroyDeviceInfoList` once.

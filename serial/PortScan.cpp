@@ -3,8 +3,6 @@
 #include "serial/PortDeviceClasses.h"
 #include "serial/PortRules.h"
 
-#include <QtGlobal>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -18,51 +16,36 @@ constexpr std::uint32_t manufacturerProperty = 11; // SPDRP_MFG
 constexpr std::uint32_t identifierLength = 200;    // MAX_DEVICE_ID_LEN
 constexpr std::uint32_t valueNameLength = 16383;   // the longest name of a registry value
 
-class OpenSet
+/// Gives a handle of the system back at the end of its life, if there is one.
+template <typename Handle, void (DeviceApi::*release)(Handle)>
+class Owned
 {
 public:
-    OpenSet(DeviceApi& deviceApi, DeviceApi::DeviceSet obtained)
+    Owned(DeviceApi& deviceApi, Handle obtained)
         : api(deviceApi)
-        , set(obtained)
+        , handle(obtained)
     {
     }
-    ~OpenSet()
+    ~Owned()
     {
-        if (set.handle)
-            api.destroyDeviceInfoList(set);
+        if (*this)
+            (api.*release)(handle);
     }
-    Q_DISABLE_COPY_MOVE(OpenSet)
+    Owned(const Owned&) = delete;
+    Owned(Owned&&) = delete;
+    Owned& operator=(const Owned&) = delete;
+    Owned& operator=(Owned&&) = delete;
 
-    explicit operator bool() const { return set.handle; }
-    DeviceApi::DeviceSet get() const { return set; }
+    explicit operator bool() const { return handle.handle != nullptr; }
+    Handle get() const { return handle; }
 
 private:
     DeviceApi& api;
-    DeviceApi::DeviceSet set;
+    Handle handle;
 };
 
-class OpenKey
-{
-public:
-    OpenKey(DeviceApi& deviceApi, DeviceApi::Key opened)
-        : api(deviceApi)
-        , key(opened)
-    {
-    }
-    ~OpenKey()
-    {
-        if (key.handle)
-            api.closeKey(key);
-    }
-    Q_DISABLE_COPY_MOVE(OpenKey)
-
-    explicit operator bool() const { return key.handle; }
-    DeviceApi::Key get() const { return key; }
-
-private:
-    DeviceApi& api;
-    DeviceApi::Key key;
-};
+using OpenSet = Owned<DeviceApi::DeviceSet, &DeviceApi::destroyDeviceInfoList>;
+using OpenKey = Owned<DeviceApi::Key, &DeviceApi::closeKey>;
 
 std::u16string textUpToZero(const char16_t* begin, std::size_t length)
 {

@@ -123,18 +123,19 @@ bool isBluetooth(udev_device* terminal)
     return QByteArray(udev_device_get_sysname(terminal)).startsWith("rfcomm");
 }
 
-/// The 8250 driver makes terminals for ports that may turn up later. Their UART type is 0, unknown. Older kernels show
-/// the type to root alone; there, the platform device of the driver itself tells them.
-bool isPlaceholder(udev_device* terminal, udev_device* parent)
+/// A terminal that the kernel makes up, such as a console. Its path tells it, before it costs the reading of a device.
+bool isVirtual(const QByteArray& path)
 {
-    const QByteArray type = attribute(terminal, "type");
-    return type == "0" || (type.isEmpty() && parent && qstrcmp(udev_device_get_driver(parent), "serial8250") == 0);
+    return path.startsWith("/sys/devices/virtual/tty/") && !path.contains("/rfcomm");
 }
 
-bool hasHardware(udev_device* terminal)
+/// The 8250 driver makes terminals for ports that may turn up later. Their UART type is 0, unknown. Older kernels show
+/// the type to root alone; there, the platform device of the driver itself tells them.
+bool isPlaceholder(udev_device* terminal)
 {
+    const QByteArray type = attribute(terminal, "type");
     udev_device* parent = udev_device_get_parent(terminal);
-    return isBluetooth(terminal) || (parent && !isPlaceholder(terminal, parent));
+    return type == "0" || (type.isEmpty() && parent && qstrcmp(udev_device_get_driver(parent), "serial8250") == 0);
 }
 
 PortInfo describe(udev_device* terminal)
@@ -179,8 +180,11 @@ std::vector<PortInfo> udevPorts()
     udev_list_entry* entry = nullptr;
     udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumeration.get()))
     {
-        const UdevDevice terminal(udev_device_new_from_syspath(context.get(), udev_list_entry_get_name(entry)));
-        if (terminal && udev_device_get_devnode(terminal.get()) && hasHardware(terminal.get()))
+        const char* path = udev_list_entry_get_name(entry);
+        if (isVirtual(path))
+            continue;
+        const UdevDevice terminal(udev_device_new_from_syspath(context.get(), path));
+        if (terminal && udev_device_get_devnode(terminal.get()) && !isPlaceholder(terminal.get()))
             ports.push_back(describe(terminal.get()));
     }
     std::sort(ports.begin(), ports.end(), precedes);
