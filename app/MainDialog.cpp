@@ -11,7 +11,6 @@
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QShortcut>
 
 #include <utility>
 
@@ -43,10 +42,6 @@ MainDialog::MainDialog(QWidget* parent, BurnThread::ClientFactory clientFactory)
     burnThread = new BurnThread(this, std::move(clientFactory));
     connect(burnThread, &QThread::finished, this, &MainDialog::onThreadFinished);
     setWindowTitle(tr("%1 v%2").arg(QCoreApplication::applicationName(), QCoreApplication::applicationVersion()));
-
-    // A dialog takes Escape for a reject, which hides it without a close event, and so without the question.
-    const auto* escape = new QShortcut(Qt::Key_Escape, this);
-    connect(escape, &QShortcut::activated, this, &QWidget::close);
 }
 
 MainDialog::~MainDialog()
@@ -153,6 +148,11 @@ void MainDialog::closeEvent(QCloseEvent* event)
     const auto answer = QMessageBox::question(this, tr("Close"),
         tr("An operation is still in progress.\nAre you to exit?"), QMessageBox::Yes | QMessageBox::No);
     event->setAccepted(answer == QMessageBox::Yes);
+}
+
+void MainDialog::reject()
+{
+    close();
 }
 
 void MainDialog::changeEvent(QEvent* event)

@@ -31,6 +31,10 @@ public:
     ~MainDialog() override;
     Q_DISABLE_COPY_MOVE(MainDialog)
 
+    /// Closes the window. What a dialog does of itself on Escape is to hide without a close event, and so without the
+    /// question whether to give up a running burn.
+    void reject() override;
+
 protected:
     /// Shows what the burn reports.
     void customEvent(QEvent* event) override;

@@ -154,7 +154,6 @@ void TestMainDialog::closingAsks()
     int asked = 0;
     answerWith(QMessageBox::No, asked);
     window.dialog->close();
-    window.dialog->activateWindow();
     answerWith(QMessageBox::No, asked);
     QTest::keyClick(window.dialog.get(), Qt::Key_Escape);
     QVERIFY(window.dialog->isVisible() && window.looks(false));
