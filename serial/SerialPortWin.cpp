@@ -87,7 +87,7 @@ SerialPortWin::SerialPortWin(const PortSettings& portSettings)
 
 SerialPortWin::~SerialPortWin()
 {
-    SerialPortWin::close();
+    close();
     closeEvent(readOverlapped.hEvent);
     closeEvent(writeOverlapped.hEvent);
     closeEvent(cancelEvent);
@@ -181,10 +181,11 @@ std::size_t SerialPortWin::write(const std::uint8_t* buffer, std::size_t size)
     if (!canTransfer(buffer, size)) {
         return 0;
     }
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(settings.writeTimeoutMs);
     ResetEvent(writeOverlapped.hEvent);
     DWORD transferred = 0;
     if (!WriteFile(handle, buffer, static_cast<DWORD>(size), &transferred, &writeOverlapped)) {
-        finish(writeOverlapped, transferred);
+        finish(writeOverlapped, transferred, end);
     }
     return transferred;
 }
@@ -197,11 +198,8 @@ std::size_t SerialPortWin::read(std::uint8_t* buffer, std::size_t size)
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(settings.readTimeoutMs);
     ResetEvent(readOverlapped.hEvent);
     DWORD transferred = 0;
-    if (!ReadFile(handle, buffer, static_cast<DWORD>(size), &transferred, &readOverlapped) &&
-        !finish(readOverlapped, transferred)) {
-        // An adapter that was pulled out fails every read at once. It has to look like a silent line, or those who
-        // poll for a reply would spin.
-        waitForCancel(end);
+    if (!ReadFile(handle, buffer, static_cast<DWORD>(size), &transferred, &readOverlapped)) {
+        finish(readOverlapped, transferred, end);
     }
     return transferred;
 }
@@ -266,28 +264,34 @@ bool SerialPortWin::canTransfer(const std::uint8_t* buffer, std::size_t size)
     return true;
 }
 
-/// Waits for a transfer that the driver did not end at once.
-/// @return false when the driver failed it; a cancel is no such failure.
-bool SerialPortWin::finish(OVERLAPPED& overlapped, DWORD& transferred)
+/// Sees to the end of a transfer that was not done when its call returned.
+/// @param end when its limit has passed
+void SerialPortWin::finish(OVERLAPPED& overlapped, DWORD& transferred, Clock::time_point end)
 {
     lastError = GetLastError();
     if (lastError != ERROR_IO_PENDING) {
-        return false;
+        waitOutLimit(end);
+        return;
     }
     const std::array<HANDLE, 2> events = {overlapped.hEvent, cancelEvent};
     const DWORD woken = WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
     if (woken == WAIT_OBJECT_0) {
-        return GetOverlappedResult(handle, &overlapped, &transferred, FALSE) || fail();
+        if (!GetOverlappedResult(handle, &overlapped, &transferred, FALSE)) {
+            fail();
+            waitOutLimit(end);
+        }
+        return;
     }
     if (woken != WAIT_OBJECT_0 + 1) {
         fail();
     }
-    // The driver of a serial port ends cancelled I/O within the call, and the caller's buffer is free again.
+    // Serial drivers end what is cancelled within this call: buffer and structure are free again.
     CancelIo(handle);
-    return true;
 }
 
-void SerialPortWin::waitForCancel(Clock::time_point end)
+/// Waits for the end of a limit or for a cancel. An adapter that was pulled out fails every transfer at once; it has to
+/// look like a silent line, or those who poll for a reply would spin.
+void SerialPortWin::waitOutLimit(Clock::time_point end)
 {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
     if (left.count() > 0) {

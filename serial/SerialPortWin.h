@@ -15,7 +15,7 @@
 /// ERROR_IO_PENDING there.
 ///
 /// A limit of 0 ms is no limit: that is how the driver takes it.
-class SerialPortWin : public SerialPort
+class SerialPortWin final : public SerialPort
 {
 public:
     /// Touches nothing of the system.
@@ -42,8 +42,8 @@ private:
     HANDLE freshEvent(HANDLE event);
     bool makeEvents();
     bool canTransfer(const std::uint8_t* buffer, std::size_t size);
-    bool finish(OVERLAPPED& overlapped, DWORD& transferred);
-    void waitForCancel(Clock::time_point end);
+    void finish(OVERLAPPED& overlapped, DWORD& transferred, Clock::time_point end);
+    void waitOutLimit(Clock::time_point end);
     bool fail();
 
     // The two that `cancel` reads from another thread are atomic, so that it may come while the owner opens or closes.

@@ -40,6 +40,13 @@ public:
         return fault.has_value();
     }
 
+    /// The code with which the call must fail, for functions that return theirs.
+    template <typename Code = LSTATUS>
+    Code code() const
+    {
+        return static_cast<Code>(*fault);
+    }
+
     /// Sets the last error.
     /// @return FALSE
     static BOOL fail(DWORD code)

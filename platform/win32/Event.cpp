@@ -59,6 +59,7 @@ DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wai
         return WAIT_FAILED;
     }
     std::vector<std::shared_ptr<Event>> events;
+    events.reserve(count);
     for (const HANDLE handle : waited) {
         events.push_back(ApiCall::object<Event>(handle));
     }

@@ -40,10 +40,13 @@ int openTerminal(const std::string& path)
 {
     const int terminal = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     termios settings = {};
-    if (terminal >= 0 && tcgetattr(terminal, &settings) == 0) {
-        cfmakeraw(&settings);
-        tcsetattr(terminal, TCSANOW, &settings);
+    if (terminal >= 0 && tcgetattr(terminal, &settings) != 0) {
+        ::close(terminal);
+        errno = ENOTTY;
+        return -1;
     }
+    cfmakeraw(&settings);
+    tcsetattr(terminal, TCSANOW, &settings);
     return terminal;
 }
 

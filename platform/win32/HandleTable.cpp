@@ -10,7 +10,7 @@ HANDLE HandleTable::insert(std::shared_ptr<KernelObject> object)
     const std::uintptr_t value = next;
     next += 4;
     objects.emplace(value, std::move(object));
-    return reinterpret_cast<HANDLE>(value);
+    return handleOfValue(value);
 }
 
 std::shared_ptr<KernelObject> HandleTable::take(HANDLE handle)

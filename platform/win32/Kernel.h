@@ -2,6 +2,7 @@
 
 #include "platform/win32/CallLog.h"
 #include "platform/win32/HandleTable.h"
+#include "platform/win32/Machine.h"
 #include "platform/win32/PortDevice.h"
 
 #include <condition_variable>
@@ -20,6 +21,7 @@ struct Kernel {
     HandleTable handles;
     CallLog calls;
     std::map<std::u16string, PortDevice> ports;
+    Machine machine;
     int eventsMade = 0;
 };
 

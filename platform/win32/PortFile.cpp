@@ -94,7 +94,8 @@ void PortFile::finish(std::optional<Transfer<Byte>>& transfer, ULONG_PTR status)
         return;
     }
     transfer->overlapped.Internal = status;
-    transfer->overlapped.InternalHigh = transfer->moved;
+    // As drivers of serial ports do, a cancelled transfer tells no count.
+    transfer->overlapped.InternalHigh = status == StatusSuccess ? transfer->moved : 0;
     if (const auto event = kernel().handles.find<Event>(transfer->overlapped.hEvent)) {
         event->set();
     }

@@ -40,6 +40,7 @@ void reset()
     const std::lock_guard lock(kernel().mutex);
     kernel().calls = {};
     kernel().ports.clear();
+    kernel().machine = {};
     kernel().eventsMade = 0;
 }
 

@@ -41,6 +41,12 @@ using LSTATUS = LONG;
 using ACCESS_MASK = DWORD;
 using REGSAM = ACCESS_MASK;
 
+/// For handles that are known by their value alone.
+inline HANDLE handleOfValue(ULONG_PTR value)
+{
+    return reinterpret_cast<HANDLE>(value); // NOLINT(performance-no-int-to-ptr)
+}
+
 struct GUID {
     DWORD Data1;
     WORD Data2;
@@ -71,6 +77,7 @@ inline constexpr DWORD ERROR_MR_MID_NOT_FOUND = 317;
 inline constexpr DWORD ERROR_OPERATION_ABORTED = 995;
 inline constexpr DWORD ERROR_IO_INCOMPLETE = 996;
 inline constexpr DWORD ERROR_IO_PENDING = 997;
+inline constexpr DWORD ERROR_INVALID_USER_BUFFER = 1784;
 DWORD WINAPI GetLastError();
 void WINAPI SetLastError(DWORD code);
 
@@ -83,7 +90,7 @@ DWORD WINAPI FormatMessageW(
 HLOCAL WINAPI LocalFree(HLOCAL memory);
 
 // Handles, events and waits.
-#define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(~ULONG_PTR{0}))
+#define INVALID_HANDLE_VALUE (handleOfValue(~ULONG_PTR{0}))
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 inline constexpr DWORD WAIT_OBJECT_0 = 0;
 inline constexpr DWORD WAIT_TIMEOUT = 258;
@@ -202,7 +209,7 @@ inline constexpr DWORD REG_BINARY = 3;
 inline constexpr DWORD REG_DWORD = 4;
 inline constexpr REGSAM KEY_QUERY_VALUE = 0x0001;
 inline constexpr REGSAM KEY_READ = 0x20019;
-#define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(~ULONG_PTR{0} - 0x7FFFFFFD))
+#define HKEY_LOCAL_MACHINE (static_cast<HKEY>(handleOfValue(~ULONG_PTR{0} - 0x7FFFFFFD)))
 LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result);
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size);
 LSTATUS WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameLength, LPDWORD reserved,
