@@ -1,0 +1,52 @@
+#include "bootloader/BootloaderClient.h"
+#include "burn/BurnThread.h"
+#include "platform/win32/Win32Layer.h"
+#include "serial/SerialPortWin.h"
+#include "tools/devicesim/DeviceSim.h"
+#include "tools/fwpack/Package.h"
+
+#include <QTemporaryFile>
+#include <QTest>
+
+#include <algorithm>
+#include <array>
+
+class BurnWinTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void burns()
+    {
+        devicesim::DeviceConfig config;
+        config.baudRate = 115200;
+        config.memory.assign(0x10000, 0x00);
+        devicesim::DeviceSim device(config);
+        QVERIFY(device.start());
+        win32::connectPort("COM15", device.portName());
+        QTemporaryFile file;
+        QVERIFY(file.open());
+        file.write(fwpack::makePackage(
+            {config.identity.deviceId, "1", "Sample", 115200, 0}, ":0401000012345678E7\n:00000001FF\n"));
+        file.close();
+        BurnThread burn(
+            this, [] { return std::make_shared<BootloaderClient>(std::make_unique<SerialPortWin>(PortSettings())); });
+        burn.startBurn("COM15", file.fileName());
+        QVERIFY(burn.wait(60000));
+        QCOMPARE(burn.outcome(), BurnThread::Outcome::Succeeded);
+        std::vector<std::uint8_t> expected(0x10000, 0xFF);
+        std::ranges::copy(std::array{0x12, 0x34, 0x56, 0x78}, expected.begin() + 0x100);
+        QVERIFY(device.memory() == expected && device.report().resets == 1);
+
+        // An adapter that is pulled out neither ends the burn nor holds up its stop.
+        burn.startBurn("COM15", file.fileName());
+        QTRY_COMPARE(win32::openHandles(), 4U); // the port and its events
+        device.stop();
+        QVERIFY(!burn.wait(1000));
+        burn.stopBurn();
+        QVERIFY(burn.outcome() == BurnThread::Outcome::Cancelled && win32::openHandles() == 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(BurnWinTest)
+#include "BurnWinTest.moc"
