@@ -4,9 +4,6 @@
 # Usage: window-burn.sh TAVIMORA DEVICESIM FWPACK
 set -euo pipefail
 
-if [ -z "${INSIDE_XVFB:-}" ]; then
-    INSIDE_XVFB=1 exec xvfb-run -a -s "-screen 0 800x600x24" "$0" "$@"
-fi
 tavimora=$1 devicesim=$2 fwpack=$3
 
 work=$(mktemp -d)
@@ -34,6 +31,12 @@ await() {
 }
 click() { xdotool mousemove --sync --window "$window" "$1" "$2" click 1; }
 
+# The server picks a display that is free, whoever else starts one at this moment.
+Xvfb -displayfd 3 -screen 0 800x600x24 -nolisten tcp 3>"$work/display" >/dev/null 2>&1 &
+await "the X server does not start" grep -q . "$work/display"
+DISPLAY=:$(cat "$work/display")
+export DISPLAY
+
 head -c 9000 "$fwpack" >"$work/image"
 objcopy -I binary -O ihex --change-addresses 0x3100 "$work/image" "$work/image.hex"
 "$fwpack" pack --device 0x0300 --version 1.2.3 --target "Demo board" --baudrate 57600 "$work/image.hex" \
@@ -44,6 +47,7 @@ device=$!
 await "the device makes no port" test -e "$XDG_RUNTIME_DIR/serial/devicesim"
 
 openbox >/dev/null 2>&1 &
+await "the window manager does not start" sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"'
 "$tavimora" &
 program=$!
 await "no window appears" xdotool search --onlyvisible --name '^Tavimora v1.1$'
