@@ -10,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <atomic>
+
 using Outcome = BurnThread::Outcome;
 
 namespace
@@ -175,11 +177,16 @@ void TestBurnThread::wholeStream()
     ScriptedDevice device(script, file == "no port" ? L"Access to '%2' is denied" : L"");
     Observer observer;
     BurnThread burn(&observer, device.clientFactory(), device.line->clock());
-    const auto stop = [&burn] { burn.stopBurn(); };
-    device.requestStop = [&] { QMetaObject::invokeMethod(&observer, stop, Qt::QueuedConnection); };
+    std::atomic<bool> stopRequested = false;
+    device.requestStop = [&] { stopRequested = true; };
     observer.onLine = [&](const QString& line) {
-        if (script == "at end" && line == "L <b>Complete</b>" && burn.isRunning())
-            stop();
+        if (script == "at end" && line == "L <b>Complete</b>")
+            stopRequested = true;
+    };
+    const auto stopAsRequested = [&] {
+        if (stopRequested.exchange(false))
+            burn.stopBurn();
+        return burn.isFinished();
     };
     const QMap<QString, QVector<ImagePart>> images = {{"empty", {}}, {"high", {{0x10004, "z"}}}};
     const QString path = writeFirmware(
@@ -187,11 +194,12 @@ void TestBurnThread::wholeStream()
 
     // One object serves a burn after the other.
     for (int run = 0; run < 2; ++run) {
+        stopRequested = false;
         observer.lines.clear();
         observer.delayValues.clear();
         device.restart();
         burn.startBurn("COM%1", file == "missing" ? path + ".none" : path);
-        QTRY_VERIFY_WITH_TIMEOUT(burn.isFinished(), 30000);
+        QVERIFY(QTest::qWaitFor(stopAsRequested, 30000));
         const QString outcome = QStringList{"Succeeded", "Failed", "Cancelled"}[static_cast<int>(burn.outcome())];
         QTEST(outcome, "outcome");
         QCoreApplication::sendPostedEvents();
