@@ -111,9 +111,9 @@ private Q_SLOTS:
 
     void failures()
     {
+        int event = 0;
         for (const char* function : {"CreateEventW", "CreateEventW", "CreateEventW", "CreateFileW", "GetCommState",
                  "SetCommState", "SetCommTimeouts", "PurgeComm"}) {
-            static int event = 0;
             const bool opens = qstrcmp(function, "PurgeComm") == 0;
             SerialPortWin port(settings);
             win32::failCall(function, event < 3 ? ++event : 1, 4711);
