@@ -72,7 +72,7 @@ LineTimes timesBetweenEraseAndReset(const QJsonArray& requests, double baud)
     double bytes = 0;
     double eraseMs = -1;
     double resetMs = -1;
-    for (const QJsonValue& request : requests) {
+    for (const auto& request : requests) {
         const QString command = request[QLatin1String("command")].toString();
         const double data = 2 * request[QLatin1String("count")].toString().toUInt(nullptr, 0);
         const double ms = request[QLatin1String("ms")].toDouble();
