@@ -42,7 +42,7 @@ bool HexInput::load(const QString& path)
     if (!readImage() || !checkRecords()) {
         return false;
     }
-    if (BlockScanner scanner(image); !scanner.next(1)) {
+    if (BlockScanner scanner(image); !scanner.next(4)) {
         return fail("holds no data");
     }
     checkAddresses();

@@ -1,28 +1,35 @@
 #include "tools/fwpack/LogCapture.h"
 
+#include <utility>
+
 namespace fwpack
 {
 
-LogCapture* LogCapture::current = nullptr;
+LogCapture* LogCapture::innermost = nullptr;
+QtMessageHandler LogCapture::original = nullptr;
 
 LogCapture::LogCapture()
-    : previous(qInstallMessageHandler(&LogCapture::handle))
+    : outer(std::exchange(innermost, this))
 {
-    current = this;
+    if (outer == nullptr) {
+        original = qInstallMessageHandler(&LogCapture::handle);
+    }
 }
 
 LogCapture::~LogCapture()
 {
-    qInstallMessageHandler(previous);
-    current = nullptr;
+    innermost = outer;
+    if (outer == nullptr) {
+        qInstallMessageHandler(original);
+    }
 }
 
 void LogCapture::handle(QtMsgType type, const QMessageLogContext& context, const QString& text)
 {
     if (type == QtCriticalMsg) {
-        current->messages.append(text);
+        innermost->messages.append(text);
     } else {
-        current->previous(type, context, text);
+        original(type, context, text);
     }
 }
 

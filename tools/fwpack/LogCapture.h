@@ -6,7 +6,8 @@
 namespace fwpack
 {
 
-/// Collects what goes to Qt's log at critical level, for as long as it lives. One at a time, on a single thread.
+/// Collects what goes to Qt's log at critical level, for as long as it lives. Captures may nest, and the innermost one
+/// collects; all live on one thread.
 class LogCapture
 {
 public:
@@ -20,8 +21,9 @@ public:
 private:
     static void handle(QtMsgType type, const QMessageLogContext& context, const QString& text);
 
-    static LogCapture* current;
-    QtMessageHandler previous;
+    static LogCapture* innermost;
+    static QtMessageHandler original;
+    LogCapture* const outer;
 };
 
 } // namespace fwpack

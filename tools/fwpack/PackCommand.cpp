@@ -3,6 +3,7 @@
 #include "firmware/FirmwareFile.h"
 #include "tools/fwpack/BurnPlan.h"
 #include "tools/fwpack/HexInput.h"
+#include "tools/fwpack/LogCapture.h"
 #include "tools/fwpack/Printable.h"
 
 #include <QFileInfo>
@@ -71,6 +72,7 @@ bool packFirmware(const PackRequest& request, QTextStream& out, QTextStream& err
         err << "fwpack: " << escaped(path) << ": " << text << '\n';
     };
 
+    const LogCapture repeated; // what the input has told as warnings is met again whenever the package is read
     HexInput input;
     const bool accepted = input.load(request.input);
     for (const QString& warning : std::as_const(input.warnings)) {

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace fwpack
 {
@@ -22,7 +23,7 @@ namespace fwpack
 namespace
 {
 
-/// The content of a regular file of a size that a firmware file may have; nothing for any other.
+/// The content of a regular file of a size that a firmware file may have; nothing for any other or on failure.
 std::optional<QByteArray> readContent(const QString& path)
 {
     constexpr qint64 maximumSize = qint64{128} * 1024 * 1024;
@@ -30,7 +31,8 @@ std::optional<QByteArray> readContent(const QString& path)
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly) || file.size() > maximumSize) {
         return std::nullopt;
     }
-    return file.readAll();
+    QByteArray content = file.readAll();
+    return file.error() == QFile::NoError ? std::optional(std::move(content)) : std::nullopt;
 }
 
 /// "2 x 512, 6, 512" for the lengths 512, 512, 6, 512.
