@@ -31,7 +31,7 @@ QByteArray decodeBase64(QStringView text)
     QByteArray decoded(text.size() / 4 * 3 + 3, Qt::Uninitialized);
     char* out = decoded.data();
     std::uint32_t bits = 0;
-    int digits = 0;
+    int pending = 0; // how many low bits are part of no byte yet
     for (const QChar character : text) {
         const char16_t code = character.unicode();
         const std::uint8_t value = code < digitValues.size() ? digitValues[code] : noDigit;
@@ -39,18 +39,10 @@ QByteArray decodeBase64(QStringView text)
             continue;
         }
         bits = bits << 6 | value;
-        if (++digits == 4) {
-            *out++ = static_cast<char>(bits >> 16);
-            *out++ = static_cast<char>(bits >> 8);
-            *out++ = static_cast<char>(bits);
-            digits = 0;
-        }
-    }
-    if (digits >= 2) {
-        bits <<= 6 * (4 - digits);
-        *out++ = static_cast<char>(bits >> 16);
-        if (digits == 3) {
-            *out++ = static_cast<char>(bits >> 8);
+        pending += 6;
+        if (pending >= 8) {
+            pending -= 8;
+            *out++ = static_cast<char>(bits >> pending);
         }
     }
     decoded.truncate(out - decoded.constData());
