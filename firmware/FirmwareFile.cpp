@@ -82,8 +82,7 @@ bool FirmwareFile::decryptImage(QByteArray cipherText)
         return fail(QStringLiteral("Invalid format"));
     }
     QAESEncryption aes(QAESEncryption::Aes128, QAESEncryption::Ecb, QAESEncryption::Iso);
-    QByteArray text = aes.decode(cipherText, imageKey(), {});
-    cipherText.clear();
+    QByteArray text = aes.decode(std::move(cipherText), imageKey(), {});
     text = aes.removePadding(std::move(text));
     QBuffer buffer(&text);
     buffer.open(QIODevice::ReadOnly);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace
@@ -100,7 +101,7 @@ QAESEncryption::QAESEncryption(Level keyLevel, Mode blockMode, Padding paddingFo
 {
 }
 
-QByteArray QAESEncryption::decode(const QByteArray& rawText, const QByteArray& key, const QByteArray& iv)
+QByteArray QAESEncryption::decode(QByteArray rawText, const QByteArray& key, const QByteArray& iv)
 {
     if (mode != Ecb && iv.size() != blockLength) {
         return {};
@@ -108,7 +109,7 @@ QByteArray QAESEncryption::decode(const QByteArray& rawText, const QByteArray& k
     const QByteArray expandedKey = expandKey(key);
     switch (mode) {
     case Ecb:
-        return invCipher(expandedKey, rawText);
+        return invCipher(expandedKey, std::move(rawText));
     case Cbc:
         return xorBytes(invCipher(expandedKey, rawText), iv + rawText);
     case Cfb:
@@ -173,19 +174,19 @@ QByteArray QAESEncryption::expandKey(const QByteArray& key) const
 }
 
 /// Cipher of FIPS 197, section 5.1, on each whole block of a text.
-QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, const QByteArray& blocks)
+QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, QByteArray blocks)
 {
     static constexpr aes::ColumnTables mixed = aes::columnTables(sbox, {0x02, 0x01, 0x01, 0x03});
-    QByteArray result = wholeBlocks(blocks);
-    state = &result;
+    blocks.chop(blocks.size() % blockLength);
+    state = &blocks;
     transformBlocks<1>(*state, keySchedule(expandedKey), mixed, sbox);
     state = nullptr;
-    return result;
+    return blocks;
 }
 
 /// InvCipher of FIPS 197, section 5.3, on each whole block of a text. The round keys pass InvMixColumns beforehand, so
 /// that a round can look up substituted and mixed bytes in one step ("equivalent inverse cipher", section 5.3.5).
-QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, const QByteArray& blocks)
+QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, QByteArray blocks)
 {
     static constexpr aes::ColumnTables mixed = aes::columnTables(rsbox, {0x0E, 0x09, 0x0D, 0x0B});
     const auto invMixColumns = [](std::uint32_t column) {
@@ -197,11 +198,11 @@ QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, const QByteA
     for (auto front = schedule.begin(), back = schedule.end() - nb; front < back; front += nb, back -= nb) {
         std::swap_ranges(front, front + nb, back);
     }
-    QByteArray result = wholeBlocks(blocks);
-    state = &result;
+    blocks.chop(blocks.size() % blockLength);
+    state = &blocks;
     transformBlocks<3>(*state, schedule, mixed, rsbox);
     state = nullptr;
-    return result;
+    return blocks;
 }
 
 /// The output blocks of OFB: `iv` enciphered, and then each block made of the one before it.
@@ -212,11 +213,6 @@ QByteArray QAESEncryption::keyStream(const QByteArray& expandedKey, const QByteA
         block = cipher(expandedKey, block);
     }
     return stream;
-}
-
-QByteArray QAESEncryption::wholeBlocks(const QByteArray& text) const
-{
-    return text.first(text.size() - text.size() % blockLength);
 }
 
 QByteArray QAESEncryption::xorBytes(const QByteArray& a, const QByteArray& b)

@@ -31,17 +31,16 @@ public:
     /// @param iv 16 bytes; not looked at in `Ecb`
     /// @return the plain text with its padding, as long as `rawText`, without its short last block in `Ecb` and `Cbc`;
     ///         empty when the mode needs an `iv` and that has another length
-    QByteArray decode(const QByteArray& rawText, const QByteArray& key, const QByteArray& iv);
+    QByteArray decode(QByteArray rawText, const QByteArray& key, const QByteArray& iv);
 
     /// @return the text without its padding; a text whose end does not have the form of the padding comes back whole
     QByteArray removePadding(QByteArray rawText) const;
 
 private:
     QByteArray expandKey(const QByteArray& key) const;
-    QByteArray cipher(const QByteArray& expandedKey, const QByteArray& blocks);
-    QByteArray invCipher(const QByteArray& expandedKey, const QByteArray& blocks);
+    QByteArray cipher(const QByteArray& expandedKey, QByteArray blocks);
+    QByteArray invCipher(const QByteArray& expandedKey, QByteArray blocks);
     QByteArray keyStream(const QByteArray& expandedKey, const QByteArray& iv, qsizetype length);
-    QByteArray wholeBlocks(const QByteArray& text) const;
     static QByteArray xorBytes(const QByteArray& a, const QByteArray& b);
 
     int nb = 4;
