@@ -18,11 +18,10 @@ QByteArray bytesAt(const MemoryImage& image, std::uint32_t address, std::size_t 
 {
     QByteArray bytes(static_cast<qsizetype>(length), '\xFF');
     const MemoryImage::Lines& lines = image.lines();
-    std::size_t done = 0;
     for (auto line = lines.lower_bound(address / lineLength); line != lines.end(); ++line) {
         const std::uint32_t lineAddress = line->first * lineLength;
         const std::uint32_t skip = lineAddress < address ? address - lineAddress : 0;
-        done = lineAddress + skip - address;
+        const std::size_t done = lineAddress + skip - address;
         if (done >= length) {
             break;
         }
