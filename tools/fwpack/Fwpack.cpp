@@ -9,9 +9,11 @@
 namespace fwpack
 {
 
-int run(const QStringList& arguments, QTextStream& out, QTextStream& err)
+namespace
 {
-    const Request request = parseArguments(arguments);
+
+ExitStatus answer(const Request& request, QTextStream& out, QTextStream& err)
+{
     if (const auto* pack = std::get_if<PackRequest>(&request)) {
         return packFirmware(*pack, out, err) ? Success : Failure;
     }
@@ -24,6 +26,20 @@ int run(const QStringList& arguments, QTextStream& out, QTextStream& err)
     }
     out << usageText();
     return Success;
+}
+
+} // namespace
+
+int run(const QStringList& arguments, QTextStream& out, QTextStream& err)
+{
+    const ExitStatus status = answer(parseArguments(arguments), out, err);
+    err.flush();
+    out.flush();
+    if (out.status() != QTextStream::Ok) {
+        err << "fwpack: the output cannot be written\n";
+        return status == Success ? Failure : status;
+    }
+    return status;
 }
 
 } // namespace fwpack

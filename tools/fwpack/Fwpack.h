@@ -16,7 +16,7 @@ enum ExitStatus : int {
 };
 
 /// Does what `arguments` (the name of the program first) ask for. Results go to `out`, complaints to `err`.
-/// @return the exit status.
+/// @return the exit status; `Success` only if the results could be written.
 int run(const QStringList& arguments, QTextStream& out, QTextStream& err);
 
 } // namespace fwpack
