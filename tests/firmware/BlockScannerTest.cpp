@@ -78,9 +78,8 @@ private Q_SLOTS:
             for (int run = random.bounded(20); run > 0; --run) {
                 const auto offset = random.bounded(0x500U);
                 QByteArray bytes = randomBytes(random, random.bounded(run % 2 == 0 ? 8 : 700));
-                for (char& byte : bytes) {
-                    byte = random.bounded(100) < unusedPercent ? '\xFF' : byte;
-                }
+                const auto isUnused = [&](char) { return random.bounded(100) < unusedPercent; };
+                std::replace_if(bytes.begin(), bytes.end(), isUnused, '\xFF');
                 const auto* const begin = reinterpret_cast<const std::uint8_t*>(bytes.data());
                 image.insert(base + offset, begin, std::size_t(bytes.size()));
                 model.replace(offset, bytes.size(), bytes).truncate(0x100000000 - base);
@@ -94,13 +93,13 @@ private Q_SLOTS:
                 const qsizetype size = data.size();
                 QVERIFY2(scanner.address % 2 == 0 && scanner.address >= end, name);
                 QVERIFY2(size % 2 == 0 && size >= 2 && size <= maxLength, name);
-                QVERIFY2(data.first(std::min<qsizetype>(4, size)).count('\xFF') < std::min<qsizetype>(4, size), name);
+                QVERIFY2(data.left(4).count('\xFF') < data.left(4).size(), name);
                 QVERIFY2(!data.contains("\xFF\xFF\xFF\xFF") && (size == maxLength || !data.endsWith("\xFF\xFF")), name);
                 QVERIFY2(data == model.mid(scanner.address - base, size).leftJustified(size, '\xFF'), name);
                 end = std::uint64_t{scanner.address} + std::uint64_t(size);
-                QVERIFY2(end <= 0x100000000, name);
                 used += size - data.count('\xFF');
             }
+            QVERIFY2(end <= 0x100000000, name);
             QVERIFY2(used == model.size() - model.count('\xFF'), name);
         }
     }

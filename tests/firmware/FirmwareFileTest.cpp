@@ -14,40 +14,24 @@ class FirmwareFileTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    /// `fields` are device, version, target, baudrate and link.
-    void takesTheHeader_data()
-    {
-        QTest::addColumn<QString>("header");
-        QTest::addColumn<QString>("fields");
-        row("all fields", "{'device': 769, 'version': '1.2', 'target': 'Демо', 'baudrate': 9600, 'link': 1}",
-            "769|1.2|Демо|9600|1");
-        row("no object", "768", "0|||57600|0");
-        row("device of more than 16 bits", "{'device': 66304}", "768|||57600|0");
-        row("other types", "{'device': '768', 'version': 1, 'baudrate': '9600', 'link': true}", "0|||57600|0");
-        row("fractions", "{'device': 768.5, 'baudrate': 9600.1, 'link': 0.1}", "0|||57600|0");
-        row("beyond 32 bits", "{'device': 4294968064, 'baudrate': 2147483648}", "0|||57600|0");
-        row("exponents", "{'device': 7.68e2, 'baudrate': 96e2, 'link': 2.0}", "768|||9600|2");
-    }
-
-    void takesTheHeader()
-    {
-        QFETCH(QString, header);
-        FirmwareFile file;
-        QVERIFY(file.load(write(package(padded(goodText), header.replace('\'', '"').toUtf8()))));
-        QString fields = QString::number(file.device) + '|' + file.version + '|' + file.target;
-        fields += QString("|%1|%2").arg(file.baudrate).arg(file.link);
-        QTEST(fields, "fields");
-        QVERIFY(file.scanner.next(512) && file.scanner.address == 0x10 && file.scanner.data == "\1\2\3\4");
-    }
-
-    void tellsWhatIsWrongWithTheContent_data()
+    /// `outcome` is what was wrong, or device, version, target, baudrate, link and the first block.
+    void readsTheContent_data()
     {
         QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QString>("error");
+        QTest::addColumn<QString>("outcome");
         const QByteArray good = package(padded(goodText));
+        const auto header = [](QByteArray text) { return package(padded(goodText), text.replace('\'', '"')); };
         const auto image = [](qsizetype length) { return wrapped(QByteArray(length, 'i')); };
         const QString format = "Invalid format";
+        const QString plain = "0|||57600|0|16:01020304";
         const QString wrong = "Wrong firmware file";
+        row("all fields", header("{'device': 769, 'version': '1.2', 'target': 'Демо', 'baudrate': 9600, 'link': 1}"),
+            "769|1.2|Демо|9600|1|16:01020304");
+        row("no object", header("768"), plain);
+        row("device of more than 16 bits", header("{'device': 66304}"), "768|||57600|0|16:01020304");
+        row("other types", header("{'device': '768', 'version': 1, 'baudrate': '9600', 'link': true}"), plain);
+        row("fractions", header("{'device': 768.5, 'baudrate': 9600.1, 'link': 0.1}"), plain);
+        row("beyond 32 bits", header("{'device': 4294968064, 'baudrate': 2147483648}"), plain);
         row("empty file", QByteArray(), "illegal value");
         row("cut off", good.chopped(9), "unterminated string");
         row("no UTF-8", good.chopped(2) + '\xFF', "invalid UTF8 string");
@@ -59,21 +43,25 @@ private Q_SLOTS:
         row("image of 15 bytes", image(15), format);
         row("image of 17 bytes", image(17), format);
         row("image of 16 bytes", image(16), wrong);
-        row("padding only", package(padded("")), "");
-        row("line breaks and junk", QByteArray(good).replace("\": \"", "\": \"=\\r\\n -_\u00e9\\u0141"), "");
+        row("padding only", package(padded("")), "0|||57600|0|0:");
+        row("line breaks and junk", QByteArray(good).replace("\": \"", "\": \"=\\r\\n -_\u00e9\\u0141"), plain);
         row("another key", wrapped(encrypted("AES-128-ECB", "0123456789abcdef", {}, padded(goodText))), wrong);
-        row("no padding", package(goodText.repeated(16)), "");
+        row("no padding", package(goodText.repeated(16)), plain);
         row("two markers", package(padded(goodText + '\x80')), wrong);
         row("blank line", package(padded(goodText + '\n')), wrong);
-        row("unknown record type", package(padded(hexRecord(9, 0, ""))), "");
+        row("unknown record type", package(padded(hexRecord(9, 0, ""))), "0|||57600|0|0:");
     }
 
-    void tellsWhatIsWrongWithTheContent()
+    void readsTheContent()
     {
         QFETCH(QByteArray, content);
         FirmwareFile file;
         const bool loaded = file.load(write(content));
-        QTEST(file.errorText, "error");
+        file.scanner.next(512);
+        const QString words = file.version + '|' + file.target;
+        const QString fields = QString("%1|%2|%3|%4|").arg(file.device).arg(words).arg(file.baudrate).arg(file.link);
+        const QString block = QString("%1:").arg(file.scanner.address) + file.scanner.data.toHex();
+        QTEST(loaded ? fields + block : file.errorText, "outcome");
         QCOMPARE(loaded, file.errorText.isEmpty());
     }
 

@@ -33,8 +33,7 @@ private Q_SLOTS:
         const QString pack = "pack in out --device 0x1F2 --version 1.2 --target \"Ä --link -1 --baudrate 9600";
         row("segment, no end", pack, ":020000021000EC\n" + data, "0 .*no end-of-file.*data at 0x10000 lies");
         row("linear, no line end", pack, ":020000040001F9\n" + data + end.chopped(1), "0 .*data at 0x10000 lies");
-        row("late", pack, end + ":0400000500000000F7\n" + data,
-            "0 fwpack: in: warn.*line:0002 unsup.* 0x05\n.*line:0002 stands");
+        row("late", pack, end + ":0400000500000000F7\n" + data, "0 fwpack: in.*:0002 uns.* 0x05\n.*:0002 stands");
         row("CRLF", pack, QString(data + end + "\n \n").replace("\n", "\r\n"), "0 .*: 2\n.*4 bytes in 1 block\n$");
         row("CR alone", pack, QString(data + end).replace('\n', '\r'), "1 .*line:0001 holds 5 bytes more");
         row("checksum", pack, data + ":00000001FE", "1 .*line:0002 invalid checksum");
