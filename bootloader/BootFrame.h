@@ -51,6 +51,11 @@ constexpr BootCommand commandOf(std::uint16_t firstWordOfFrame)
     return static_cast<BootCommand>(firstWordOfFrame >> 8);
 }
 
+constexpr std::uint16_t addressOf(std::span<const std::uint16_t> frame)
+{
+    return frame[1];
+}
+
 /// The checksum of a request: all words before it, combined by XOR from 0xFFFF on.
 constexpr std::uint16_t requestChecksum(std::span<const std::uint16_t> words)
 {

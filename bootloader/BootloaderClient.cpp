@@ -19,6 +19,9 @@ constexpr std::uint32_t fullLimitsBaudRate = 57600;
 /// Reads that `dropInput` makes at most. At 57600 baud and below they last twice as long as the longest reply.
 constexpr int maxDropReads = 8;
 
+/// How long a probe of the line waits for its answer: no longer than any command, since a cancel does not end it.
+constexpr std::chrono::milliseconds probeLimit{300};
+
 // What ping asks about: one word at the end of the address space, which every device can tell about.
 constexpr std::uint16_t pingAddress = 0xFFF0;
 constexpr std::uint16_t pingWords = 1;
@@ -115,7 +118,7 @@ bool BootloaderClient::open(const std::string& portName, std::uint32_t baudRate)
     port->setBaudRate(baudRate);
     port->setParity(PortParity::None);
     port->setTimeouts(limitFor(baudRate, writeLimitMs), limitFor(baudRate, readLimitMs));
-    unanswered = blockUnanswered = probeUnanswered = false;
+    forgetUnanswered();
     return port->open();
 }
 
@@ -183,6 +186,8 @@ std::vector<std::uint8_t> BootloaderClient::readBlock(std::uint32_t address, std
         dropInput();
     if (status != BootStatus::Data)
         return {};
+    if (reply.size() != Boot::replySize(words))
+        noteUnanswered(BootCommand::CmdReadBlock, wireAddress(address));
     return {reply.begin() + Boot::replyDataOffset, reply.end() - Boot::replyChecksumSize};
 }
 
@@ -203,17 +208,39 @@ bool BootloaderClient::resynchronise()
 {
     if (!unanswered)
         return true;
-    dropInput();
-    const BootCommand probe = blockUnanswered ? BootCommand::CmdBlankCheck : BootCommand::CmdGetVersion;
-    const BootStatus status = blockUnanswered ? sendCommand(probe, pingAddress, pingWords) : sendCommand(probe, 0, 0);
-    if (!isAnswer(probe, status)) {
-        probeUnanswered = true;
-        return false;
-    }
-    if (probeUnanswered)
+    // A link may be so slow that it brings the answer to one probe while the next is under way. An echo, though, is
+    // only counted, so nothing may stand before it, and the rest of a damaged reply can look like anything.
+    if (!probeUnanswered || echoOn || damaged)
         dropInput();
-    unanswered = blockUnanswered = probeUnanswered = false;
+    const BootCommand probe = unansweredBlock ? BootCommand::CmdBlankCheck : BootCommand::CmdGetVersion;
+    const auto answersProbe = [probe](BootStatus status) {
+        // A refusal could be that of any request.
+        return status != BootStatus::Refused && isAnswer(probe, status);
+    };
+    const QDeadlineTimer deadline = now() + probeLimit.count();
+    BootStatus status = unansweredBlock ? sendCommand(probe, *unansweredBlock, 1) : sendCommand(probe, 0, 0);
+    while (!answersProbe(status) && !damaged && now() < deadline)
+        status = awaitReply({});
+    probeUnanswered = !answersProbe(status);
+    if (probeUnanswered)
+        return false;
+    // What was taken for the answer may have been noise, or the answer to the probe before this one.
+    dropInput();
+    forgetUnanswered();
     return true;
+}
+
+void BootloaderClient::noteUnanswered(BootCommand command, std::uint16_t address)
+{
+    unanswered = true;
+    if (command == BootCommand::CmdReadBlock)
+        unansweredBlock = address;
+}
+
+void BootloaderClient::forgetUnanswered()
+{
+    unanswered = probeUnanswered = false;
+    unansweredBlock.reset();
 }
 
 BootStatus BootloaderClient::sendCommand(BootCommand command, std::uint16_t address, std::uint16_t count)
@@ -230,17 +257,20 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
 {
     const BootCommand command = Boot::commandOf(frame.front());
     BootStatus status = BootStatus::None;
+    damaged = false;
     const std::size_t written = send(*port, frame);
     if (!echoOn || dropEcho(*port, written))
-        status = awaitStatus(findDeadline(command));
-    damaged = status == BootStatus::Data && !takeDataReply();
-    if (damaged)
-        status = BootStatus::None;
-    if (!isAnswer(command, status)) {
-        unanswered = true;
-        blockUnanswered = blockUnanswered || command == BootCommand::CmdReadBlock;
-    }
+        status = awaitReply(findDeadline(command));
+    if (!isAnswer(command, status))
+        noteUnanswered(command, Boot::addressOf(frame));
     return status;
+}
+
+BootStatus BootloaderClient::awaitReply(std::chrono::milliseconds limit)
+{
+    const BootStatus status = awaitStatus(limit);
+    damaged = status == BootStatus::Data && !takeDataReply();
+    return damaged ? BootStatus::None : status;
 }
 
 BootStatus BootloaderClient::awaitStatus(std::chrono::milliseconds limit)

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -92,8 +93,9 @@ public:
     /// Makes sure that no reply to an earlier request can be taken for the next one's: a wrong match is how a burn
     /// would lie. Takes no time when every request has its answer. Otherwise it drops the input and asks the bootloader
     /// something whose answer looks unlike the one that is missing; since requests are answered in their order, nothing
-    /// is on its way any more when that answer comes.
-    /// @return whether the line is in step; false when no answer came, and another call may do.
+    /// is on its way any more when that answer comes. Where it had to ask more than once, a later answer of the same
+    /// kind may still come, and the next request then fails on it.
+    /// @return whether the line is in step; false when no such answer came, and another call may do.
     bool resynchronise();
 
     /// Versions and identity out of the last good version reply.
@@ -114,8 +116,11 @@ private:
     /// input queue is met by the next one, which drops bytes that are no status.
     /// @return the status; `Data` when `reply` holds a new, whole and intact data reply; `None` in every other case.
     BootStatus exchange(const BootFrame& frame);
+    BootStatus awaitReply(std::chrono::milliseconds limit);
     BootStatus awaitStatus(std::chrono::milliseconds limit);
     bool takeDataReply();
+    void noteUnanswered(BootCommand command, std::uint16_t address);
+    void forgetUnanswered();
 
     /// The last good data reply, from its status byte through its checksum.
     std::vector<std::uint8_t> reply;
@@ -128,9 +133,9 @@ public:
 private:
     /// A request is without its answer, which may still come.
     bool unanswered = false;
-    /// Among these requests is one for a block, ...
-    bool blockUnanswered = false;
-    /// ... or one of `resynchronise` itself.
+    /// Among these requests is one for the block at this address, ...
+    std::optional<std::uint16_t> unansweredBlock;
+    /// ... or the last one of `resynchronise`.
     bool probeUnanswered = false;
     /// The last exchange met a data reply that was cut or not intact.
     bool damaged = false;

@@ -191,10 +191,19 @@ void BootloaderClientTest::resynchronise()
     }
     Link link;
     QVERIFY(!link.client.writeBlock(0, {1, 2}) && !link.client.resynchronise());
-    link.answer({0x90});
-    QVERIFY2(!link.client.resynchronise(), "the answer could be that of the write");
-    link.answer(ScriptedLine::dataReply({0, 0, 0, 0, 0, 0}).bytes);
-    QVERIFY(link.client.resynchronise());
+    for (const char* status : {"90", "A0"}) {
+        link.answer(bytes(status));
+        QVERIFY2(!link.client.resynchronise(), "the answer could be that of the write");
+    }
+    for (const int latency : {110, 190, 350}) {
+        QVERIFY(!link.client.writeBlock(0, {1, 2}));
+        link.answer(ScriptedLine::dataReply({1, 2, 3, 4, 5, 6}).bytes, milliseconds(latency));
+        QVERIFY2(link.client.resynchronise() || link.client.resynchronise(), "a slow link gets in step too");
+        QVERIFY(!link.client.readBlock(0x3100, 2).empty() || !link.client.readBlock(0x3100, 2).empty());
+        link.answer({0x70});
+        QVERIFY2(link.client.resynchronise(), "what came was not what was asked for");
+        QCOMPARE(hex(link.line->requests.back()), QByteArray("80 1C 00 31 01 00 7E D2"));
+    }
     const auto start = link.line->now;
     QVERIFY(link.client.resynchronise());
     QCOMPARE(link.line->now, start);

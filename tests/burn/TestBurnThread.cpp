@@ -121,12 +121,12 @@ late answer to an erase       |good|e1+350 b1d|up erased check a a:dirty erase e
 late answer to a blank check  |good|b1+130 b3d|up erased check aab b:dirty erase erased check abcd blank program abcd programmed verify abcd good|vpebbvbebbbbwwwwrrrrx|Succeeded
 write repeated                |good|w1- w2x|up erased check abcd blank program a a:unwritten a a:unwritten abcd programmed verify abcd good|vpebbbbwwwvwwwrrrrx|Succeeded
 late answer to a write        |good|w1+350 w3-|up erased check abcd blank program a a:unwritten ab b:unwritten bcd programmed verify abcd good|vpebbbbwwvwwvwwrrrrx|Succeeded
-read repeated                 |good|r1- r2x|written a a:unread a a:unread abcd good|vpebbbbwwwwrrrprrrx|Succeeded
-late reply to a read          |good|r1+350 r2-|written a a:unread abcd good|vpebbbbwwwwrrprrrx|Succeeded
-reply for another block's     |good|r1+520 r3b r4b|written a a:unread ab b:differs bcd one-bad end|vpebbbbwwwwrrprrrr|Failed
-reply sent twice              |good|r1=|written abc c:differs cd good|vpebbbbwwwwrrrrrx|Succeeded
+read repeated                 |good|r1- r2x|written a a:unread a a:unread abcd good|vpebbbbwwwwrrrbrrrx|Succeeded
+late reply to a read          |good|r1+350 r2-|written a a:unread abcd good|vpebbbbwwwwrrbrrrx|Succeeded
+reply for another block's     |good|r1+520 r3b r4b|written a a:unread ab b:differs bcd one-bad end|vpebbbbwwwwrrbrrrr|Failed
+reply sent twice              |good|r1=|written abc c:differs cd good|vpebbbbwwwwrrrrbrx|Succeeded
 second look is good           |good|r1b r3b|written a a:differs ab b:differs bcd good|vpebbbbwwwwrrrrrrx|Succeeded
-bad blocks                    |good|r1b r2b r4b r5- r6b|written a a:differs abc c:differs c c:unread cd two-bad end|vpebbbbwwwwrrrrrrpr|Failed
+bad blocks                    |good|r1b r2b r4b r5- r6b|written a a:differs abc c:differs c c:unread cd two-bad end|vpebbbbwwwwrrrrrrbr|Failed
 stop before the port opens    |good|o1s|upload wait cancelled||Cancelled
 stop while waiting            |good|v1- v2s|upload wait cancelled|vv|Cancelled
 stop in the delay             |good|p3s|upload wait found delay cancelled|vp|Cancelled
