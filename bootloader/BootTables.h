@@ -32,19 +32,18 @@ enum class BootStatus : std::int32_t {
     Refused = 0xA0,
 };
 
-/// Whether a status can be the device's answer to a command. One that cannot is a reply to something else, and the
-/// answer is still to come.
+/// Whether a status proves to be the device's answer to a command. One that does not may be a reply to something else,
+/// with the answer still to come: it belongs to another command, or it is a refusal, which looks alike for all.
 constexpr bool isAnswer(BootCommand command, BootStatus status)
 {
     switch (status) {
-    case BootStatus::Refused:
-        return true;
     case BootStatus::Data:
         return command == BootCommand::CmdReadBlock || command == BootCommand::CmdGetVersion;
     case BootStatus::NotBlank:
         return command == BootCommand::CmdBlankCheck;
     case BootStatus::Ok:
         return command != BootCommand::CmdReadBlock && command != BootCommand::CmdGetVersion;
+    case BootStatus::Refused:
     case BootStatus::None:
         return false;
     }

@@ -213,15 +213,11 @@ bool BootloaderClient::resynchronise()
     if (!probeUnanswered || echoOn || damaged)
         dropInput();
     const BootCommand probe = unansweredBlock ? BootCommand::CmdBlankCheck : BootCommand::CmdGetVersion;
-    const auto answersProbe = [probe](BootStatus status) {
-        // A refusal could be that of any request.
-        return status != BootStatus::Refused && isAnswer(probe, status);
-    };
     const QDeadlineTimer deadline = now() + probeLimit.count();
     BootStatus status = unansweredBlock ? sendCommand(probe, *unansweredBlock, 1) : sendCommand(probe, 0, 0);
-    while (!answersProbe(status) && !damaged && now() < deadline)
+    while (!isAnswer(probe, status) && !damaged && now() < deadline)
         status = awaitReply({});
-    probeUnanswered = !answersProbe(status);
+    probeUnanswered = !isAnswer(probe, status);
     if (probeUnanswered)
         return false;
     // What was taken for the answer may have been noise, or the answer to the probe before this one.
