@@ -51,7 +51,7 @@ const char* const frames =
     "version=801e000000007fe1 identity=801e00000300421083200003bdd2 ping=801cf0ff01008e1c erase=801600ff06a579b3 "
     "blank=801c003102007dd2 reset=801a000000007fe5 write=801200310200112233ff5f01 writeF0=801200310100f0ff8e23 "
     "writeBlock=801200310001 endOfBlock=7fdd readBlock=8014003100017fdb read=8014003102007dda badSum=801e000000007fe2 "
-    "content=801400310200112233ff5f07 cleared=801400310200102233ff5e07 stuckContent=80140031020011a233ff5f87 "
+    "content=801400310200112233ff5f07 cleared=801400310200102233ff5e07 stuckContent=80140031020011a233fe5f86 "
     "badErase=801600ff05a57ab3 writePastEnd=8012feff0200000000008312 blankPastEnd=801cfeff0200831c "
     "cutWrite=801200310200 "
     "blankAtEnd=801cfeff0100801c readTooMuch=80140000fc0383e8 readMost=80140000fb0384e8 not=70 ok=90 no=a0 "
@@ -82,8 +82,7 @@ const char* const conversations[][3] = {
     {"lose", "lose:1", "write="},
     {"late", "late:1", "ping= =ok"},
     {"late start", "late-start:500", "ping= = = = = = = ping=ok"},
-    {"never clears", "stuck-bit:0x3101.7=1", "write=ok read=stuckContent"},
-    {"never sets", "stuck-bit:0x3103.0=0", "erase=ok blank=not"},
+    {"stuck bits", "stuck-bit:0x3101.7=1 stuck-bit:0x3103.0=0", "erase=ok blank=not write=ok read=stuckContent"},
     {"dirty blank", "dirty-blank", "ping=ok erase=ok blank=not blank=ok erase=ok blank=ok"},
     {"hang-up", "hangup:2", "ping=ok ping="},
     {"hang-up behind a command", "hangup:erase+1", "ping=ok ping=ok erase=ok ping="},
@@ -160,9 +159,11 @@ private Q_SLOTS:
         QVERIFY(memory.open(QIODevice::ReadWrite) && memory.write("\x12", 1) == 1 && memory.flush());
         qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
         const QString wrong = "bogus drop:1.1 drop:nan stuck-bit:65536 stuck-bit:0.8 dirty-blank:1 hangup:0 "
-                              "hangup:erase+x hangup:eraser late-start:x";
+                              "hangup:erase+x hangup:eraser late-start:x drop;drop";
         for (const QString& fault : wrong.split(' '))
-            QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM, {"--fault", fault}), 2);
+            QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM,
+                         QString(fault).replace(QRegularExpression("^|;"), " --fault=").split(' ', Qt::SkipEmptyParts)),
+                2);
         QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM, {"--link", memory.fileName()}), 1);
         QVERIFY(QDir(folder.path()).mkdir("serial") && QFile::link("/dev/pts/99999", link)); // left by a killed one
         QProcess device;

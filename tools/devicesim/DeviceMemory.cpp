@@ -1,22 +1,23 @@
 #include "tools/devicesim/DeviceMemory.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace devicesim
 {
 
-DeviceMemory::DeviceMemory(std::span<const std::uint8_t> content, std::optional<StuckBit> stuck)
+DeviceMemory::DeviceMemory(std::span<const std::uint8_t> content, std::vector<StuckBit> stuck)
     : cells(content.begin(), content.end())
-    , stuckBit(stuck)
+    , stuckBits(std::move(stuck))
 {
     cells.resize(size, 0xFF);
-    applyStuckBit();
+    applyStuckBits();
 }
 
 void DeviceMemory::erase()
 {
     std::fill(cells.begin(), cells.end(), std::uint8_t{0xFF});
-    applyStuckBit();
+    applyStuckBits();
 }
 
 void DeviceMemory::write(std::size_t address, std::span<const std::uint8_t> bytes)
@@ -25,7 +26,7 @@ void DeviceMemory::write(std::size_t address, std::span<const std::uint8_t> byte
         cells[address] = static_cast<std::uint8_t>(cells[address] & byte);
         ++address;
     }
-    applyStuckBit();
+    applyStuckBits();
 }
 
 bool DeviceMemory::isBlank(std::size_t address, std::size_t length) const
@@ -35,14 +36,13 @@ bool DeviceMemory::isBlank(std::size_t address, std::size_t length) const
         first, first + static_cast<std::ptrdiff_t>(length), [](std::uint8_t byte) { return byte == 0xFF; });
 }
 
-void DeviceMemory::applyStuckBit()
+void DeviceMemory::applyStuckBits()
 {
-    if (!stuckBit) {
-        return;
+    for (const StuckBit& stuck : stuckBits) {
+        std::uint8_t& cell = cells[stuck.address];
+        const int mask = 1 << stuck.bit;
+        cell = static_cast<std::uint8_t>(stuck.value ? cell | mask : cell & ~mask);
     }
-    std::uint8_t& cell = cells[stuckBit->address];
-    const int mask = 1 << stuckBit->bit;
-    cell = static_cast<std::uint8_t>(stuckBit->value ? cell | mask : cell & ~mask);
 }
 
 } // namespace devicesim

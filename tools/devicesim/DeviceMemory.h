@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <vector>
 
@@ -25,7 +24,7 @@ public:
     static constexpr std::size_t size = 0x10000;
 
     /// @param content what the memory holds at first; shorter ones are filled up with 0xFF, longer ones cut off.
-    explicit DeviceMemory(std::span<const std::uint8_t> content, std::optional<StuckBit> stuck = std::nullopt);
+    explicit DeviceMemory(std::span<const std::uint8_t> content, std::vector<StuckBit> stuck = {});
 
     /// @return whether the stretch lies within the memory.
     static bool holds(std::size_t address, std::size_t length) { return address + length <= size; }
@@ -42,10 +41,10 @@ public:
     const std::vector<std::uint8_t>& bytes() const { return cells; }
 
 private:
-    void applyStuckBit();
+    void applyStuckBits();
 
     std::vector<std::uint8_t> cells;
-    std::optional<StuckBit> stuckBit;
+    std::vector<StuckBit> stuckBits;
 };
 
 } // namespace devicesim

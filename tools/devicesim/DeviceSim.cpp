@@ -21,7 +21,7 @@ class DeviceSim::Worker
 public:
     explicit Worker(DeviceConfig deviceConfig)
         : config(std::move(deviceConfig))
-        , state(DeviceMemory(config.memory, config.faults.stuckBit))
+        , state(DeviceMemory(config.memory, config.faults.stuckBits))
         , line(config.baudRate, config.echo)
         , stopEvent(::eventfd(0, EFD_CLOEXEC))
     {

@@ -1,7 +1,6 @@
 #include "tools/devicesim/FaultPlan.h"
 
 #include <QRegularExpression>
-#include <QStringList>
 
 namespace devicesim
 {
@@ -52,7 +51,7 @@ bool applyStuckBit(FaultPlan& plan, const QString& value)
         stuck.bit = match.captured(2).toInt();
         stuck.value = match.captured(3) != QLatin1String("0");
     }
-    plan.stuckBit = stuck;
+    plan.stuckBits.push_back(stuck);
     return true;
 }
 
@@ -95,7 +94,8 @@ constexpr FaultEntry faultTable[] = {
     {"noise", applyProbability<Fault::Noise>, "PROBABILITY", "bytes that are no status precede the reply"},
     {"stray", applyProbability<Fault::Stray>, "PROBABILITY", "a status byte too many precedes the reply"},
     {"lose", applyProbability<Fault::Lose>, "PROBABILITY", "bytes of the request are lost"},
-    {"stuck-bit", applyStuckBit, "ADDRESS[.BIT][=0|1]", "a bit never clears (=1) or never sets (=0); 0x3100.0=1"},
+    {"stuck-bit", applyStuckBit, "ADDRESS[.BIT][=0|1]",
+        "a bit never clears (=1) or never sets (=0), each time another; 0x3100.0=1"},
     {"dirty-blank", applyDirtyBlank, nullptr, "the first blank check after an erase answers not blank"},
     {"hangup", applyHangup, "N|COMMAND[+N]", "the line hangs up at the Nth request, or N behind the first COMMAND; 1"},
     {"late-start", applyLateStart, "MS", "the device hears nothing for so long at first; 2000"},
@@ -112,7 +112,11 @@ QString FaultPlan::add(const QString& text)
     for (const FaultEntry& entry : faultTable) {
         const QString known = QString::fromLatin1(entry.name);
         if (known == name) {
+            if (given.contains(name) && entry.apply != applyStuckBit) {
+                return QStringLiteral("the fault '%1' is there twice").arg(name);
+            }
             FaultPlan changed = *this;
+            changed.given += name;
             if (!entry.apply(changed, value)) {
                 return QStringLiteral("wrong value in the fault '%1', expected %2")
                     .arg(text, entry.value != nullptr ? known + u':' + QString::fromLatin1(entry.value) : known);

@@ -4,12 +4,14 @@
 #include "tools/devicesim/WireFormat.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace devicesim
 {
@@ -32,7 +34,8 @@ struct FaultPlan {
     double& probability(Fault fault) { return probabilities[static_cast<std::size_t>(fault)]; }
     double probability(Fault fault) const { return probabilities[static_cast<std::size_t>(fault)]; }
 
-    /// Adds a fault as the command line names it, "NAME" or "NAME:VALUE".
+    /// Adds a fault as the command line names it, "NAME" or "NAME:VALUE". A stuck bit may be added to others, any
+    /// other fault only once.
     /// @return an empty text, or what is wrong with `text`; the plan is then unchanged.
     QString add(const QString& text);
 
@@ -41,7 +44,7 @@ struct FaultPlan {
 
     /// By `Fault`, 0 to 1.
     std::array<double, faultKinds> probabilities = {};
-    std::optional<StuckBit> stuckBit;
+    std::vector<StuckBit> stuckBits;
     /// The first blank check after an erase answers that the memory is not blank.
     bool dirtyBlank = false;
     /// The line hangs up at this request, counted from 1, instead of a reply; 0: never.
@@ -50,6 +53,8 @@ struct FaultPlan {
     std::optional<Command> hangupFrom;
     /// For so long after its start the device hears nothing.
     std::chrono::milliseconds startDelay{0};
+    /// Names of the faults that were added.
+    QStringList given;
 };
 
 } // namespace devicesim
