@@ -77,179 +77,171 @@ class BootloaderClientTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void requests_data();
-    void requests();
-    void replies_data();
-    void replies();
-    void resynchronise();
-    void echo();
-    void slowLines();
-};
+    void requests_data()
+    {
+        QTest::addColumn<Call>("call");
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<int>("silence");
+        QTest::addColumn<int>("deadline");
 
-void BootloaderClientTest::requests_data()
-{
-    QTest::addColumn<Call>("call");
-    QTest::addColumn<QByteArray>("request");
-    QTest::addColumn<int>("silence");
-    QTest::addColumn<int>("deadline");
+        const auto row = [](const char* name, int deadline, const Call& call, const char* request) {
+            QTest::newRow(name) << call << QByteArray(request) << (deadline + 99) / 100 * 100 << deadline;
+        };
+        row("version", 25, readVersion, "80 1E 00 00 00 00 7F E1");
+        row("ping", 100, ping, "80 1C F0 FF 01 00 8E 1C");
+        row("erase", 300, eraseMemory, "80 16 00 FF 06 A5 79 B3");
+        row("reset", 25, resetDevice, "80 1A 00 00 00 00 7F E5");
+        row("blank check", 100, blankCheck(0x3100, 512), "80 1C 00 31 00 01 7F D3");
+        row("blank check, odd", 100, blankCheck(0x3100, 5), "80 1C 00 31 02 00 7D D2");
+        row("blank check, least", 100, blankCheck(0x3100, 1), "80 1C 00 31 01 00 7E D2");
+        row("blank check, too long", 0, blankCheck(0, 0x20000), "");
+        row("read", 300, readBlock(0x3100, 512), "80 14 00 31 00 01 7F DB");
+        row("read, odd", 300, readBlock(0x23100, 5), "80 14 00 31 03 00 7C DA");
+        row("read, least", 300, readBlock(0x3100, 0), "80 14 00 31 01 00 7E DA");
+        row("read, too long", 0, readBlock(0, UINT64_MAX), "");
+        row("write, odd", 300, writeBlock(0x3100, {0x11, 0x22, 0x33}), "80 12 00 31 02 00 11 22 33 FF 5F 01");
+        row("write, least", 300, writeBlock(0x3100, {}), "80 12 00 31 00 00 7F DC");
+        row("write, too long", 0, writeBlock(0, Bytes(0x1FFFF)), "");
+    }
 
-    const auto row = [](const char* name, int deadline, const Call& call, const char* request) {
-        QTest::newRow(name) << call << QByteArray(request) << (deadline + 99) / 100 * 100 << deadline;
-    };
-    row("version", 25, readVersion, "80 1E 00 00 00 00 7F E1");
-    row("ping", 100, ping, "80 1C F0 FF 01 00 8E 1C");
-    row("erase", 300, eraseMemory, "80 16 00 FF 06 A5 79 B3");
-    row("reset", 25, resetDevice, "80 1A 00 00 00 00 7F E5");
-    row("blank check", 100, blankCheck(0x3100, 512), "80 1C 00 31 00 01 7F D3");
-    row("blank check, odd", 100, blankCheck(0x3100, 5), "80 1C 00 31 02 00 7D D2");
-    row("blank check, least", 100, blankCheck(0x3100, 1), "80 1C 00 31 01 00 7E D2");
-    row("blank check, too long", 0, blankCheck(0, 0x20000), "");
-    row("read", 300, readBlock(0x3100, 512), "80 14 00 31 00 01 7F DB");
-    row("read, odd", 300, readBlock(0x23100, 5), "80 14 00 31 03 00 7C DA");
-    row("read, least", 300, readBlock(0x3100, 0), "80 14 00 31 01 00 7E DA");
-    row("read, too long", 0, readBlock(0, UINT64_MAX), "");
-    row("write, odd", 300, writeBlock(0x3100, {0x11, 0x22, 0x33}), "80 12 00 31 02 00 11 22 33 FF 5F 01");
-    row("write, least", 300, writeBlock(0x3100, {}), "80 12 00 31 00 00 7F DC");
-    row("write, too long", 0, writeBlock(0, Bytes(0x1FFFF)), "");
-}
+    /// What goes out, and how long the client waits in silence, in noise and after a cancel.
+    void requests()
+    {
+        QFETCH(const Call, call);
+        Link link;
+        QTEST(link.waited(call), "silence");
+        QTEST(link.line->requests.empty() ? QByteArray() : hex(link.line->requests.front()), "request");
+        link.answer(Bytes(3000, 0x55));
+        QTEST(link.waited(call), "deadline");
+        link.client.dropInput();
+        link.client.cancel();
+        const auto before = link.line->now;
+        call(link.client);
+        QVERIFY2(link.line->now - before <= milliseconds(300), "a cancelled exchange ends within its deadline");
+        QCOMPARE(findDeadline(BootCommand{0x42}), milliseconds(200));
+    }
 
-/// What goes out, and how long the client waits in silence, in noise and after a cancel.
-void BootloaderClientTest::requests()
-{
-    QFETCH(const Call, call);
-    Link link;
-    QTEST(link.waited(call), "silence");
-    QTEST(link.line->requests.empty() ? QByteArray() : hex(link.line->requests.front()), "request");
-    link.answer(Bytes(3000, 0x55));
-    QTEST(link.waited(call), "deadline");
-    link.client.dropInput();
-    link.client.cancel();
-    const auto before = link.line->now;
-    call(link.client);
-    QVERIFY2(link.line->now - before <= milliseconds(300), "a cancelled exchange ends within its deadline");
-    QCOMPARE(findDeadline(BootCommand{0x42}), milliseconds(200));
-}
+    void replies_data()
+    {
+        QTest::addColumn<Call>("call");
+        QTest::addColumn<Bytes>("reply");
+        QTest::addColumn<QByteArray>("result");
 
-void BootloaderClientTest::replies_data()
-{
-    QTest::addColumn<Call>("call");
-    QTest::addColumn<Bytes>("reply");
-    QTest::addColumn<QByteArray>("result");
+        const auto row = [](const char* name, const Call& call, const Bytes& reply, const QByteArray& result) {
+            QTest::newRow(name) << call << reply << result;
+        };
+        row("blank", blankCheck(0, 16), {0x90}, "blank");
+        row("not blank", blankCheck(0, 16), {0x70}, "not blank");
+        row("blank check refused", blankCheck(0, 16), {0xA0}, "unanswered");
+        row("blank check, data", blankCheck(0, 16), bytes("80 00 00 00 00 00 7F FF"), "unanswered");
+        row("erased", eraseMemory, {0x90}, "yes");
+        row("erase refused", eraseMemory, {0xA0}, "no");
+        row("noise before the status", eraseMemory, {0x00, 0x55, 0x90}, "yes");
+        row("a stray 80 is a data reply", eraseMemory, {0x80, 0x90, 0x90, 0x90, 0x90}, "no");
+        row("write refused", writeBlock(0, {1, 2}), {0xA0}, "no");
+        row("read", readBlock(0, 4), bytes("80 12 34 56 02 00 AA BB CC DD 2F DD"), "AA BB CC DD");
+        row("read, the device's length", readBlock(0, 512), bytes("80 00 00 00 01 00 AA BB D4 44"), "AA BB");
+        row("read, checksum swapped", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BB 44 D4"), "AA BB");
+        row("read, another status", readBlock(0, 2), {0x90}, "");
+        row("read, head short", readBlock(0, 2), bytes("80 00 00 00 01"), "");
+        row("read, data short", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BB D4"), "");
+        row("read, a bit flipped", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BA D4 44"), "");
+        row("read, longest", readBlock(0, 2038), ScriptedLine::dataReply(Bytes(2038, 7)).bytes, hex(Bytes(2038, 7)));
+        row("read, too long", readBlock(0, 2040), ScriptedLine::dataReply(Bytes(2040, 7)).bytes, "");
+        row("version", readVersion, ScriptedLine::dataReply(bytes("42 10 C5 2F 01 03")).bytes,
+            "01 01 02 02 3F 05 / 301 3100 1ffff");
+        row("version, unknown device", readVersion, ScriptedLine::dataReply(bytes("FF FF 01 01 00 04 99 99")).bytes,
+            "0F 3F 3F 00 04 01 / 400 3100 ffff");
+        row("version, short", readVersion, ScriptedLine::dataReply({1, 2}).bytes, "00 00 00 00 00 00 / 1234 0 0");
+        row("version, empty", readVersion, ScriptedLine::dataReply({}).bytes, "00 00 00 00 00 00 / 1234 0 0");
+    }
 
-    const auto row = [](const char* name, const Call& call, const Bytes& reply, const QByteArray& result) {
-        QTest::newRow(name) << call << reply << result;
-    };
-    row("blank", blankCheck(0, 16), {0x90}, "blank");
-    row("not blank", blankCheck(0, 16), {0x70}, "not blank");
-    row("blank check refused", blankCheck(0, 16), {0xA0}, "unanswered");
-    row("blank check, data", blankCheck(0, 16), bytes("80 00 00 00 00 00 7F FF"), "unanswered");
-    row("erased", eraseMemory, {0x90}, "yes");
-    row("erase refused", eraseMemory, {0xA0}, "no");
-    row("noise before the status", eraseMemory, {0x00, 0x55, 0x90}, "yes");
-    row("a stray 80 is a data reply", eraseMemory, {0x80, 0x90, 0x90, 0x90, 0x90}, "no");
-    row("write refused", writeBlock(0, {1, 2}), {0xA0}, "no");
-    row("read", readBlock(0, 4), bytes("80 12 34 56 02 00 AA BB CC DD 2F DD"), "AA BB CC DD");
-    row("read, the device's length", readBlock(0, 512), bytes("80 00 00 00 01 00 AA BB D4 44"), "AA BB");
-    row("read, checksum swapped", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BB 44 D4"), "AA BB");
-    row("read, another status", readBlock(0, 2), {0x90}, "");
-    row("read, head short", readBlock(0, 2), bytes("80 00 00 00 01"), "");
-    row("read, data short", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BB D4"), "");
-    row("read, a bit flipped", readBlock(0, 2), bytes("80 00 00 00 01 00 AA BA D4 44"), "");
-    row("read, longest", readBlock(0, 2038), ScriptedLine::dataReply(Bytes(2038, 7)).bytes, hex(Bytes(2038, 7)));
-    row("read, too long", readBlock(0, 2040), ScriptedLine::dataReply(Bytes(2040, 7)).bytes, "");
-    row("version", readVersion, ScriptedLine::dataReply(bytes("42 10 C5 2F 01 03")).bytes,
-        "01 01 02 02 3F 05 / 301 3100 1ffff");
-    row("version, unknown device", readVersion, ScriptedLine::dataReply(bytes("FF FF 01 01 00 04 99 99")).bytes,
-        "0F 3F 3F 00 04 01 / 400 3100 ffff");
-    row("version, short", readVersion, ScriptedLine::dataReply({1, 2}).bytes, "00 00 00 00 00 00 / 1234 0 0");
-    row("version, empty", readVersion, ScriptedLine::dataReply({}).bytes, "00 00 00 00 00 00 / 1234 0 0");
-}
+    void replies()
+    {
+        QFETCH(const Call, call);
+        QFETCH(const Bytes, reply);
+        Link link(bytes("80 00 00 00 01 00 AA BB D4 44"));
+        link.client.open("scripted", 921600);
+        QCOMPARE(link.client.readBlock(0, 2), bytes("AA BB"));
+        link.client.deviceId = 0x1234;
+        link.answer(reply);
+        QTEST(call(link.client), "result");
+    }
 
-void BootloaderClientTest::replies()
-{
-    QFETCH(const Call, call);
-    QFETCH(const Bytes, reply);
-    Link link(bytes("80 00 00 00 01 00 AA BB D4 44"));
-    link.client.open("scripted", 921600);
-    QCOMPARE(link.client.readBlock(0, 2), bytes("AA BB"));
-    link.client.deviceId = 0x1234;
-    link.answer(reply);
-    QTEST(call(link.client), "result");
-}
+    /// A reply that comes after its deadline answers the next request, unless the line is brought back in step, which
+    /// takes an answer that cannot be the late one.
+    void resynchronise()
+    {
+        for (const bool resynchronised : {false, true}) {
+            Link link(ScriptedLine::dataReply({7, 7}).bytes, milliseconds(350));
+            QVERIFY(link.client.readBlock(0, 2).empty());
+            link.answer({0x90});
+            QVERIFY(!resynchronised || link.client.resynchronise());
+            link.answer(ScriptedLine::dataReply({1, 2}).bytes);
+            QCOMPARE(hex(link.client.readBlock(0, 2)), QByteArray(resynchronised ? "01 02" : "07 07"));
+        }
+        Link link;
+        QVERIFY(!link.client.writeBlock(0, {1, 2}) && !link.client.resynchronise());
+        for (const char* status : {"90", "A0"}) {
+            link.answer(bytes(status));
+            QVERIFY2(!link.client.resynchronise(), "the answer could be that of the write");
+        }
+        for (const int latency : {110, 190, 350}) {
+            QVERIFY(!link.client.writeBlock(0, {1, 2}));
+            link.answer(ScriptedLine::dataReply({1, 2, 3, 4, 5, 6}).bytes, milliseconds(latency));
+            QVERIFY2(link.client.resynchronise() || link.client.resynchronise(), "a slow link gets in step too");
+            QVERIFY(!link.client.readBlock(0x3100, 2).empty() || !link.client.readBlock(0x3100, 2).empty());
+            link.answer({0x70});
+            QVERIFY2(link.client.resynchronise(), "what came was not what was asked for");
+            QCOMPARE(hex(link.line->requests.back()), QByteArray("80 1C 00 31 01 00 7E D2"));
+        }
+        const auto start = link.line->now;
+        QVERIFY(link.client.resynchronise());
+        QCOMPARE(link.line->now, start);
 
-/// A reply that comes after its deadline answers the next request, unless the line is brought back in step, which takes
-/// an answer that cannot be the late one.
-void BootloaderClientTest::resynchronise()
-{
-    for (const bool resynchronised : {false, true}) {
-        Link link(ScriptedLine::dataReply({7, 7}).bytes, milliseconds(350));
+        link.answer(bytes("80 00 00 00 01 00 90 90 00 00"));
         QVERIFY(link.client.readBlock(0, 2).empty());
+        QVERIFY2(link.line->input.empty(), "nothing is left of a damaged reply");
+        link.line->deliver({Bytes(100'000)});
+        const auto flood = link.line->now;
+        link.client.dropInput();
+        QVERIFY2(link.line->now - flood < milliseconds(1000), "ends on a line that is never silent");
+    }
+
+    void echo()
+    {
+        Link link({0x90});
+        link.client.echoOn = link.line->echo = true;
+        QVERIFY(link.client.writeBlock(0, Bytes(512, 0xA0)));
+        QVERIFY(link.line->input.empty());
+        link.line->writable = 0;
+        link.line->deliver({{0x90}});
+        QVERIFY2(link.client.eraseMemory(), "nothing sent, no echo to drop, and still a status to wait for");
+        link.line->writable = SIZE_MAX;
+        link.line->echo = false;
+        link.answer(Bytes(7, 0x90));
+        QCOMPARE(link.waited(eraseMemory), 600); // two times three reads for the eighth byte, and no wait for a status
+    }
+
+    void slowLines()
+    {
+        Link link;
+        const auto limits = [&](std::uint32_t baudRate) {
+            link.client.open("scripted", baudRate);
+            return std::pair(link.line->opened.writeTimeoutMs, link.line->opened.readTimeoutMs);
+        };
+        for (const std::uint32_t full : {0U, 57600U, 921600U, UINT32_MAX})
+            QCOMPARE(limits(full), std::pair(500U, 100U));
+        QCOMPARE(limits(1), std::pair(28'800'000U, 5'760'000U));
+        QCOMPARE(limits(56000), std::pair(515U, 103U));
+        QCOMPARE(limits(9600), std::pair(3000U, 600U));
+        QVERIFY(link.line->opened.portName == "scripted" && link.line->opened.baudRate == 9600);
+        link.answer(ScriptedLine::dataReply(Bytes(512)).bytes);
+        QCOMPARE(link.client.readBlock(0, 512), Bytes(512));
         link.answer({0x90});
-        QVERIFY(!resynchronised || link.client.resynchronise());
-        link.answer(ScriptedLine::dataReply({1, 2}).bytes);
-        QCOMPARE(hex(link.client.readBlock(0, 2)), QByteArray(resynchronised ? "01 02" : "07 07"));
+        QVERIFY(link.client.writeBlock(0, Bytes(512)));
     }
-    Link link;
-    QVERIFY(!link.client.writeBlock(0, {1, 2}) && !link.client.resynchronise());
-    for (const char* status : {"90", "A0"}) {
-        link.answer(bytes(status));
-        QVERIFY2(!link.client.resynchronise(), "the answer could be that of the write");
-    }
-    for (const int latency : {110, 190, 350}) {
-        QVERIFY(!link.client.writeBlock(0, {1, 2}));
-        link.answer(ScriptedLine::dataReply({1, 2, 3, 4, 5, 6}).bytes, milliseconds(latency));
-        QVERIFY2(link.client.resynchronise() || link.client.resynchronise(), "a slow link gets in step too");
-        QVERIFY(!link.client.readBlock(0x3100, 2).empty() || !link.client.readBlock(0x3100, 2).empty());
-        link.answer({0x70});
-        QVERIFY2(link.client.resynchronise(), "what came was not what was asked for");
-        QCOMPARE(hex(link.line->requests.back()), QByteArray("80 1C 00 31 01 00 7E D2"));
-    }
-    const auto start = link.line->now;
-    QVERIFY(link.client.resynchronise());
-    QCOMPARE(link.line->now, start);
-
-    link.answer(bytes("80 00 00 00 01 00 90 90 00 00"));
-    QVERIFY(link.client.readBlock(0, 2).empty());
-    QVERIFY2(link.line->input.empty(), "nothing is left of a damaged reply");
-    link.line->deliver({Bytes(100'000)});
-    const auto flood = link.line->now;
-    link.client.dropInput();
-    QVERIFY2(link.line->now - flood < milliseconds(1000), "ends on a line that is never silent");
-}
-
-void BootloaderClientTest::echo()
-{
-    Link link({0x90});
-    link.client.echoOn = link.line->echo = true;
-    QVERIFY(link.client.writeBlock(0, Bytes(512, 0xA0)));
-    QVERIFY(link.line->input.empty());
-    link.line->writable = 0;
-    link.line->deliver({{0x90}});
-    QVERIFY2(link.client.eraseMemory(), "nothing sent, no echo to drop, and still a status to wait for");
-    link.line->writable = SIZE_MAX;
-    link.line->echo = false;
-    link.answer(Bytes(7, 0x90));
-    QCOMPARE(link.waited(eraseMemory), 600); // two times three reads for the eighth byte, and no wait for a status
-}
-
-void BootloaderClientTest::slowLines()
-{
-    Link link;
-    const auto limits = [&](std::uint32_t baudRate) {
-        link.client.open("scripted", baudRate);
-        return std::pair(link.line->opened.writeTimeoutMs, link.line->opened.readTimeoutMs);
-    };
-    for (const std::uint32_t full : {0U, 57600U, 921600U, UINT32_MAX})
-        QCOMPARE(limits(full), std::pair(500U, 100U));
-    QCOMPARE(limits(1), std::pair(28'800'000U, 5'760'000U));
-    QCOMPARE(limits(56000), std::pair(515U, 103U));
-    QCOMPARE(limits(9600), std::pair(3000U, 600U));
-    QVERIFY(link.line->opened.portName == "scripted" && link.line->opened.baudRate == 9600);
-    link.answer(ScriptedLine::dataReply(Bytes(512)).bytes);
-    QCOMPARE(link.client.readBlock(0, 512), Bytes(512));
-    link.answer({0x90});
-    QVERIFY(link.client.writeBlock(0, Bytes(512)));
-}
+};
 
 QTEST_GUILESS_MAIN(BootloaderClientTest)
 #include "BootloaderClientTest.moc"

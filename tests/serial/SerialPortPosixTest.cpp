@@ -54,48 +54,42 @@ class SerialPortPosixTest : public QObject
     FileDescriptor terminal{::open(line.portName().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
 
 private Q_SLOTS:
-    void settingsComeAndGo_data()
-    {
-        QTest::addColumn<PortSettings>("settings");
-        QTest::addColumn<unsigned>("format"); // as far as a pseudo-terminal keeps it
-        QTest::addColumn<unsigned>("original");
-        const auto name = line.portName();
-        QTest::newRow("plain") << PortSettings{name, 57600} << unsigned(B57600) << unsigned(B9600 | HUPCL);
-        QTest::newRow("odd") << PortSettings{name, 12345, 8, PortParity::Mark, PortStopBits::Two, true}
-                             << unsigned(BOTHER | PARODD | CMSPAR | CSTOPB) << unsigned(B300 | CRTSCTS);
-    }
     void settingsComeAndGo()
     {
-        QFETCH(PortSettings, settings);
-        QFETCH(unsigned, format);
-        QFETCH(unsigned, original);
-        termios2 before{}, during{}, after{};
-        before.c_cflag = original | CS8 | CREAD;
-        before.c_lflag = ICANON | ECHO;
-        QCOMPARE(ioctl(terminal.get(), TCSETS2, &before) | ioctl(terminal.get(), TCGETS2, &before), 0);
-        modemLines = TIOCM_DTR | TIOCM_RTS | TIOCM_CTS;
-        driver.flags = 1 << ASYNCB_SPD_HI;
+        const auto name = line.portName();
+        // The settings, what a pseudo-terminal keeps of their format, and the format before.
+        const std::tuple<PortSettings, unsigned, unsigned> cases[] = {
+            {{name, 57600}, B57600, B9600 | HUPCL}, {{name, 12345, 8, PortParity::Mark, PortStopBits::Two, true},
+                                                        BOTHER | PARODD | CMSPAR | CSTOPB, B300 | CRTSCTS}};
+        for (const auto& [settings, format, original] : cases) {
+            termios2 before{}, during{}, after{};
+            before.c_cflag = original | CS8 | CREAD;
+            before.c_lflag = ICANON | ECHO;
+            QCOMPARE(ioctl(terminal.get(), TCSETS2, &before) | ioctl(terminal.get(), TCGETS2, &before), 0);
+            modemLines = TIOCM_DTR | TIOCM_RTS | TIOCM_CTS;
+            driver.flags = 1 << ASYNCB_SPD_HI;
 
-        SerialPortPosix port(settings);
-        QVERIFY(port.open());
-        QCOMPARE(ioctl(terminal.get(), TCGETS2, &during), 0);
-        QCOMPARE(during.c_cflag & ~(CS8 | CREAD | CLOCAL | HUPCL), format);
-        QCOMPARE(during.c_ospeed, settings.baudRate);
-        QCOMPARE(during.c_iflag | during.c_oflag | during.c_lflag, unsigned(IGNBRK));
-        QCOMPARE(modemLines, TIOCM_CTS | (settings.dtrEnabled ? TIOCM_DTR : 0));
-        QCOMPARE(driver.flags, 1 << ASYNCB_SPD_HI | 1 << ASYNCB_LOW_LATENCY);
-        port.close();
-        QCOMPARE(ioctl(terminal.get(), TCGETS2, &after), 0);
-        QCOMPARE(std::memcmp(&after, &before, sizeof after), 0);
-        QCOMPARE(driver.flags, 1 << ASYNCB_SPD_HI);
-        // With HUPCL the kernel lowers the lines, and they must not be raised before that.
-        QCOMPARE(modemLines & TIOCM_RTS, (original & HUPCL) != 0 ? 0 : TIOCM_RTS);
-        // Others may hold it in either way.
-        QVERIFY(
-            ::flock(terminal.get(), LOCK_EX | LOCK_NB) == 0 && !port.open() && ::flock(terminal.get(), LOCK_UN) == 0);
-        QVERIFY(port.open());
-        port.close();
-        QVERIFY(ioctl(terminal.get(), TIOCEXCL) == 0 && !port.open() && ioctl(terminal.get(), TIOCNXCL) == 0);
+            SerialPortPosix port(settings);
+            QVERIFY(port.open());
+            QCOMPARE(ioctl(terminal.get(), TCGETS2, &during), 0);
+            QCOMPARE(during.c_cflag & ~(CS8 | CREAD | CLOCAL | HUPCL), format);
+            QCOMPARE(during.c_ospeed, settings.baudRate);
+            QCOMPARE(during.c_iflag | during.c_oflag | during.c_lflag, unsigned(IGNBRK));
+            QCOMPARE(modemLines, TIOCM_CTS | (settings.dtrEnabled ? TIOCM_DTR : 0));
+            QCOMPARE(driver.flags, 1 << ASYNCB_SPD_HI | 1 << ASYNCB_LOW_LATENCY);
+            port.close();
+            QCOMPARE(ioctl(terminal.get(), TCGETS2, &after), 0);
+            QCOMPARE(std::memcmp(&after, &before, sizeof after), 0);
+            QCOMPARE(driver.flags, 1 << ASYNCB_SPD_HI);
+            // With HUPCL the kernel lowers the lines, and they must not be raised before that.
+            QCOMPARE(modemLines & TIOCM_RTS, (original & HUPCL) != 0 ? 0 : TIOCM_RTS);
+            // Others may hold it in either way.
+            QVERIFY(::flock(terminal.get(), LOCK_EX | LOCK_NB) == 0 && !port.open() &&
+                    ::flock(terminal.get(), LOCK_UN) == 0);
+            QVERIFY(port.open());
+            port.close();
+            QVERIFY(ioctl(terminal.get(), TIOCEXCL) == 0 && !port.open() && ioctl(terminal.get(), TIOCNXCL) == 0);
+        }
     }
 
     void waitingIsFree()
