@@ -10,19 +10,23 @@
 namespace
 {
 
+constexpr const char* usage = "usage: tavimora-cli burn --port NAME [--timeout SECONDS] FILE\n";
+
+/// SECONDS that a timer of 32 bits holds as milliseconds.
+constexpr uint longestTimeout = std::numeric_limits<int>::max() / 1000;
+
 ExitStatus usageError(const QString& reason)
 {
     std::fprintf(stderr, "tavimora-cli burn: %s\n", qPrintable(reason));
-    std::fputs("usage: tavimora-cli burn --port NAME [--timeout SECONDS] FILE\n", stderr);
+    std::fputs(usage, stderr);
     return ExitStatus::Usage;
 }
 
 std::optional<std::chrono::seconds> parseSeconds(const QString& text)
 {
-    constexpr uint longest = std::numeric_limits<int>::max() / 1000;
     bool valid = false;
     const uint seconds = text.toUInt(&valid, 10);
-    if (!valid || seconds == 0 || seconds > longest)
+    if (!valid || seconds == 0 || seconds > longestTimeout)
         return std::nullopt;
     return std::chrono::seconds(seconds);
 }
@@ -45,7 +49,9 @@ ExitStatus burnCommand(const QStringList& arguments)
     if (!parser.parse(QStringList("tavimora-cli burn") + arguments))
         return usageError(parser.errorText());
     if (parser.isSet(helpOption)) {
-        std::fputs(qPrintable(parser.helpText()), stdout);
+        std::fputs(usage, stdout);
+        // Its first line would be a usage that knows neither the command nor what is required.
+        std::fputs(qPrintable(parser.helpText().section(u'\n', 1)), stdout);
         return ExitStatus::Success;
     }
     if (parser.value(portOption).isEmpty())
@@ -56,7 +62,9 @@ ExitStatus burnCommand(const QStringList& arguments)
     if (parser.isSet(timeoutOption)) {
         timeout = parseSeconds(parser.value(timeoutOption));
         if (!timeout)
-            return usageError(QString("\"%1\" is no whole number of seconds").arg(parser.value(timeoutOption)));
+            return usageError(QString("the time-out is \"%1\", not a whole number of seconds from 1 to %2")
+                                  .arg(parser.value(timeoutOption))
+                                  .arg(longestTimeout));
     }
     return BurnConsole(timeout).run(parser.value(portOption), parser.positionalArguments().constFirst());
 }

@@ -5,9 +5,13 @@
 #include "tools/cli/StopSignal.h"
 #include "tools/cli/Terminal.h"
 
+#include <QCoreApplication>
 #include <QEventLoop>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <utility>
 
 namespace
 {
@@ -41,15 +45,20 @@ ExitStatus BurnConsole::run(const QString& portName, const QString& fileName)
     QEventLoop loop;
     connect(&burnThread, &QThread::finished, &loop, &QEventLoop::quit);
     statesEntered = 0;
-    stopReason.reset();
     burnThread.startBurn(portName, fileName);
     loop.exec();
     burnThread.wait();
     bar.clear();
 
-    if (burnThread.outcome() == BurnThread::Outcome::Succeeded)
+    switch (burnThread.outcome()) {
+    case BurnThread::Outcome::Succeeded:
         return ExitStatus::Success;
-    return stopReason.value_or(ExitStatus::Failure);
+    case BurnThread::Outcome::Failed:
+        return ExitStatus::Failure;
+    case BurnThread::Outcome::Cancelled:
+        break;
+    }
+    return stopReason;
 }
 
 void BurnConsole::customEvent(QEvent* event)
@@ -83,7 +92,9 @@ void BurnConsole::printLine(const QString& text)
     bar.clear();
     const QByteArray line = plainText(text).toLocal8Bit() + '\n';
     std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stdout);
-    std::fflush(stdout);
+    // A reader that has gone away has seen what it wanted to see.
+    if (std::fflush(stdout) != 0 && errno != EPIPE && !std::exchange(logLost, true))
+        std::fprintf(stderr, "tavimora-cli burn: the log cannot be written: %s\n", std::strerror(errno));
 }
 
 void BurnConsole::enterState(const QString& name)
@@ -99,7 +110,10 @@ void BurnConsole::enterState(const QString& name)
 
 void BurnConsole::onDeviceTimeout()
 {
-    stop(ExitStatus::NoDevice);
+    // The device's answer may have come in time and still be on its way to this thread.
+    QCoreApplication::sendPostedEvents(this);
+    if (statesEntered == 1)
+        stop(ExitStatus::NoDevice);
 }
 
 void BurnConsole::onStopSignal()
@@ -112,7 +126,6 @@ void BurnConsole::stop(ExitStatus reason)
     deviceTimer.stop();
     if (!burnThread.isRunning())
         return;
-    if (!stopReason)
-        stopReason = reason;
+    stopReason = reason;
     burnThread.stopBurn();
 }

@@ -24,7 +24,8 @@ public:
     /// Stops a burn that is under way and waits for its end.
     ~BurnConsole() override;
 
-    /// Runs the burn and an event loop until it has ended. SIGINT, SIGTERM and SIGHUP stop it.
+    /// Runs the burn and an event loop until it has ended. SIGINT, SIGTERM and SIGHUP stop it. The result tells how the
+    /// burn ended, whether or not its log could be written.
     ExitStatus run(const QString& portName, const QString& fileName);
 
 protected:
@@ -41,7 +42,9 @@ private:
     QTimer deviceTimer;
     std::optional<std::chrono::seconds> deviceLimit;
     int statesEntered = 0;
-    /// Why this side stopped the burn, if it did.
-    std::optional<ExitStatus> stopReason;
+    /// Why this side stopped the burn; says something only when it did.
+    ExitStatus stopReason = ExitStatus::Stopped;
+    /// The log could not be written, and that was said.
+    bool logLost = false;
     BurnThread burnThread;
 };

@@ -9,7 +9,7 @@
 namespace
 {
 
-constexpr int barWidth = 40;
+constexpr qsizetype widestBar = 40;
 
 void writeNow(const QByteArray& bytes)
 {
@@ -69,14 +69,15 @@ void ProgressBar::draw()
     }
     const std::int64_t range = std::max<std::int64_t>(std::int64_t{maximum} - minimum, 1);
     const std::int64_t done = std::clamp<std::int64_t>(std::int64_t{value} - minimum, 0, range);
-    const auto filled = static_cast<qsizetype>(done * barWidth / range);
-    const QString line = QStringLiteral("[%1%2] %3 % %4")
-                             .arg(QString(filled, u'#'), QString(barWidth - filled, u'.'))
-                             .arg(done * 100 / range, 3)
-                             .arg(label);
+    // A line that fills the last column may wrap, and what has wrapped cannot be taken off the screen again.
+    const qsizetype room = std::max(terminalColumns(stderr) - 1, 0);
+    const QString text = QStringLiteral("] %1 % %2").arg(done * 100 / range, 3).arg(label);
+    const qsizetype width = std::clamp<qsizetype>(room - 1 - text.size(), 0, widestBar);
+    const auto filled = static_cast<qsizetype>(done * width / range);
+    const QString line = ('[' + QString(filled, u'#') + QString(width - filled, u'.') + text).left(room);
     if (line == shown)
         return;
-    const auto leftOver = static_cast<qsizetype>(std::max<qsizetype>(shown.size() - line.size(), 0));
+    const qsizetype leftOver = std::max<qsizetype>(shown.size() - line.size(), 0);
     writeNow("\r" + line.toLocal8Bit() + QByteArray(leftOver, ' '));
     shown = line;
 }

@@ -3,8 +3,8 @@
 #include <functional>
 #include <memory>
 
-/// Watches for the wish of the user or the system that the program ends: SIGINT, SIGTERM and SIGHUP on POSIX, the
-/// console's control events on Windows. One object at a time.
+/// Watches for the wish of the user or the system that the program ends: SIGINT, SIGTERM and, unless the program was
+/// started with it ignored, SIGHUP on POSIX, the console's control events on Windows. One object at a time.
 class StopSignal
 {
 public:

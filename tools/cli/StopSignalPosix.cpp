@@ -46,8 +46,12 @@ struct StopSignal::Watch {
         struct sigaction action = {};
         action.sa_handler = onSignal;
         action.sa_flags = SA_RESTART;
-        for (std::size_t i = 0; i < stopSignals.size(); ++i)
-            sigaction(stopSignals[i], &action, &earlier[i]);
+        for (std::size_t i = 0; i < stopSignals.size(); ++i) {
+            sigaction(stopSignals[i], nullptr, &earlier[i]);
+            // Under nohup a burn outlives its terminal.
+            if (stopSignals[i] != SIGHUP || earlier[i].sa_handler != SIG_IGN)
+                sigaction(stopSignals[i], &action, nullptr);
+        }
         // A reader of the log that goes away must not end the program in the middle of an erase.
         action.sa_handler = SIG_IGN;
         sigaction(SIGPIPE, &action, &earlierPipe);

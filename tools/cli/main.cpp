@@ -40,6 +40,7 @@ ExitStatus runCommand(const QStringList& arguments)
 
 int main(int argc, char** argv)
 {
+    openStandardStreams();
     QCoreApplication::setApplicationName(QStringLiteral("tavimora-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAVIMORA_VERSION));
     const QCoreApplication application(argc, argv);
