@@ -1,6 +1,7 @@
 #include "serial/SerialComboBox.h"
 
 #include <QComboBox>
+#include <QFocusEvent>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QToolButton>
@@ -34,6 +35,8 @@ SerialComboBox::SerialComboBox(QWidget* parent, PortSource portSource)
     comboBox->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
 
     setSizePolicy(QSizePolicy::MinimumExpanding, QSizePolicy::Preferred);
+    // The Tab key goes to the children alone; a widget without any policy gets no focus from a label either.
+    setFocusPolicy(Qt::ClickFocus);
 
     auto* layout = new QHBoxLayout(this);
     layout->setSpacing(0);
@@ -49,6 +52,11 @@ SerialComboBox::SerialComboBox(QWidget* parent, PortSource portSource)
 QString SerialComboBox::currentPort() const
 {
     return comboBox->currentData(Qt::UserRole).toString();
+}
+
+void SerialComboBox::focusInEvent(QFocusEvent* event)
+{
+    comboBox->setFocus(event->reason());
 }
 
 void SerialComboBox::refresh()

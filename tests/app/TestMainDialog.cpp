@@ -112,6 +112,8 @@ void TestMainDialog::form()
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
     }
     QCOMPARE(order.join(' '), "eFilename btnBrowse QToolButton QComboBox textLog QPushButton QPushButton");
+    QTest::keyClick(window.dialog.get(), Qt::Key_S, Qt::AltModifier);
+    QVERIFY2(window.find<QWidget>("cbSerial")->isAncestorOf(QApplication::focusWidget()), "the label leads nowhere");
 }
 
 void TestMainDialog::goodBurn()
@@ -147,8 +149,10 @@ void TestMainDialog::breakButton()
 void TestMainDialog::closingAsks()
 {
     Window window("e1s");
+    std::atomic<bool> eraseRequested = false;
+    window.device.requestStop = [&] { eraseRequested = true; };
     window.burn(file);
-    QTRY_COMPARE_WITH_TIMEOUT(window.state(), "Erasing", 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(eraseRequested && window.state() == "Erasing", 30000);
     QVERIFY(window.looks(false) && !window.start()->isEnabled());
     int asked = 0;
     answerWith(QMessageBox::No, asked);
