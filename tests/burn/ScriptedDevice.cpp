@@ -1,6 +1,7 @@
 #include "tests/burn/ScriptedDevice.h"
 
 #include "bootloader/BootloaderClient.h"
+#include "tests/support/IntelHex.h"
 #include "tools/fwpack/Package.h"
 
 #include <QFile>
@@ -8,7 +9,6 @@
 #include <QThread>
 
 #include <algorithm>
-#include <numeric>
 
 using Reply = ScriptedLine::Reply;
 
@@ -100,22 +100,9 @@ Reply ScriptedDevice::obey(char letter, const ScriptedLine::Bytes& request)
 
 QString writeFirmware(const QString& folder, const QVector<ImagePart>& image, int device, int baudrate)
 {
-    QByteArray hex;
-    const auto addRecord = [&hex](unsigned type, unsigned address, const QByteArray& data) {
-        QByteArray bytes;
-        for (const unsigned byte : {unsigned(data.size()), address >> 8, address, type})
-            bytes.append(static_cast<char>(byte));
-        bytes += data;
-        hex += ':' + (bytes + static_cast<char>(-std::accumulate(bytes.begin(), bytes.end(), 0))).toHex() + '\n';
-    };
-    for (const auto& [address, data] : image) {
-        addRecord(4, 0, QByteArray(1, '\0') + static_cast<char>(address >> 16));
-        for (unsigned at = 0; at < data.size(); at += 16)
-            addRecord(0, address + at, data.mid(at, 16));
-    }
-    addRecord(1, 0, {});
     QFile file(folder + "/firmware.txt");
     if (file.open(QIODevice::WriteOnly))
-        file.write(fwpack::makePackage({static_cast<std::uint16_t>(device), "1.2%1", "Board %2", baudrate, 0}, hex));
+        file.write(fwpack::makePackage(
+            {static_cast<std::uint16_t>(device), "1.2%1", "Board %2", baudrate, 0}, hexText(image)));
     return file.fileName();
 }

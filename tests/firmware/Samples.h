@@ -1,11 +1,12 @@
 #pragma once
 
+#include "tests/support/IntelHex.h"
+
 #include <QByteArray>
 #include <QRandomGenerator>
 #include <QTest>
 
 #include <memory>
-#include <numeric>
 
 #include <openssl/evp.h>
 
@@ -27,15 +28,6 @@ inline QByteArray encrypted(const char* cipher, const QByteArray& key, const QBy
     EVP_CIPHER_CTX_set_padding(context.get(), 0);
     EVP_EncryptUpdate(context.get(), reinterpret_cast<uchar*>(result.data()), &length, bytes(plain), int(plain.size()));
     return result;
-}
-
-/// An Intel HEX record with its checksum and line end. `count` may differ from the length of `data`.
-inline QByteArray hexRecord(int type, int offset, const QByteArray& data, qsizetype count = -1)
-{
-    const qsizetype length = count < 0 ? data.size() : count;
-    QByteArray record = QByteArray(1, char(length)) + char(offset >> 8) + char(offset) + char(type) + data;
-    record += char(-std::accumulate(record.cbegin(), record.cend(), 0));
-    return ':' + record.toHex().toUpper() + '\n';
 }
 
 /// A row of test data.

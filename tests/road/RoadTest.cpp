@@ -1,3 +1,5 @@
+#include "tests/support/IntelHex.h"
+
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
@@ -40,30 +42,6 @@ Image holes(quint32 from, quint32 to, quint32 seed)
         address += static_cast<quint32>(length) + generator.bounded(1u, 90u);
     }
     return image;
-}
-
-/// Intel HEX of an image, with extended linear addresses.
-QByteArray hexOf(const Image& image)
-{
-    QByteArray text;
-    const auto record = [&text](int type, quint32 offset, const QByteArray& data) {
-        QByteArray bytes;
-        bytes.append(static_cast<char>(data.size())).append(static_cast<char>(offset >> 8));
-        bytes.append(static_cast<char>(offset)).append(static_cast<char>(type)).append(data);
-        int sum = 0;
-        for (const char byte : bytes)
-            sum += byte;
-        text += ':' + bytes.append(static_cast<char>(-sum)).toHex().toUpper() + '\n';
-    };
-    for (const auto& [address, data] : image) {
-        for (qsizetype at = 0; at < data.size(); at += 16) {
-            const quint32 from = address + static_cast<quint32>(at);
-            record(4, 0, QByteArray(1, static_cast<char>(from >> 24)) + static_cast<char>(from >> 16));
-            record(0, from & 0xFFFF, data.mid(at, 16));
-        }
-    }
-    record(1, 0, {});
-    return text;
 }
 
 QByteArray memoryWith(const Image& image, char filler = '\xFF')
@@ -132,6 +110,7 @@ const std::vector<Road> roads = {
         {"Operation cancelled by user"}},
     {"replies lost", someBlocks, "--fault drop:0.2", "", "", "", 0, {success}},
     {"replies late", someBlocks, "--fault late:0.2", "", "", "", 0, {success}},
+    {"link with a long delay", someBlocks, "--fault late:1 --late-time 150", "", "", "", 0, {success}},
     {"requests refused", someBlocks, "--fault refuse:0.3", "", "", "", 0, {success}},
     {"replies cut", someBlocks, "--fault cut:0.5", "", "", "", 0, {success}},
     {"bits flipped", someBlocks, "--fault flip:0.3", "", "", "", 0, {success}},
@@ -177,7 +156,7 @@ public:
         const QString header = road.header.contains("--baudrate") ? road.header : road.header + " --baudrate 4000000";
         const QStringList arguments = QStringList{"pack", "--device", "0x0300", "--version", "1", "--target", "road"} +
                                       header.split(' ', Qt::SkipEmptyParts) + QStringList{hex, firmware()};
-        return write(hex, hexOf(road.image)) && QProcess::execute(FWPACK, arguments) == 0;
+        return write(hex, hexText(road.image)) && QProcess::execute(FWPACK, arguments) == 0;
     }
 
     bool startDevice()
