@@ -85,152 +85,145 @@ class TestMainDialog : public QObject
     QString file = writeFirmware(folder.path(), {{0x3100, QByteArray(700, 'x')}});
 
 private Q_SLOTS:
-    void form();
-    void goodBurn();
-    void breakButton();
-    void closingAsks();
-    void errorColour();
-    void events();
-    void browsing();
-};
+    void form()
+    {
+        QCoreApplication::setApplicationName("Tavimora");
+        QCoreApplication::setApplicationVersion("1.1");
+        const Window window;
+        QCOMPARE(window.dialog->windowTitle(), "Tavimora v1.1");
+        QVERIFY(window.looks(true) && window.start()->isEnabled() && window.state() == "hidden");
+        QVERIFY(window.log()->isReadOnly());
 
-void TestMainDialog::form()
-{
-    QCoreApplication::setApplicationName("Tavimora");
-    QCoreApplication::setApplicationVersion("1.1");
-    const Window window;
-    QCOMPARE(window.dialog->windowTitle(), "Tavimora v1.1");
-    QVERIFY(window.looks(true) && window.start()->isEnabled() && window.state() == "hidden");
-    QVERIFY(window.log()->isReadOnly());
-
-    QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
-    QTest::keyClick(window.dialog.get(), Qt::Key_F, Qt::AltModifier);
-    QStringList order;
-    for (int i = 0; i < 7; ++i) {
-        const QWidget* widget = QApplication::focusWidget();
-        order += widget->objectName().isEmpty() ? widget->metaObject()->className() : widget->objectName();
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
+        QTest::keyClick(window.dialog.get(), Qt::Key_F, Qt::AltModifier);
+        QStringList order;
+        for (int i = 0; i < 7; ++i) {
+            const QWidget* widget = QApplication::focusWidget();
+            order += widget->objectName().isEmpty() ? widget->metaObject()->className() : widget->objectName();
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        }
+        QCOMPARE(order.join(' '), "eFilename btnBrowse QToolButton QComboBox textLog QPushButton QPushButton");
+        QTest::keyClick(window.dialog.get(), Qt::Key_S, Qt::AltModifier);
+        QVERIFY2(
+            window.find<QWidget>("cbSerial")->isAncestorOf(QApplication::focusWidget()), "the label leads nowhere");
     }
-    QCOMPARE(order.join(' '), "eFilename btnBrowse QToolButton QComboBox textLog QPushButton QPushButton");
-    QTest::keyClick(window.dialog.get(), Qt::Key_S, Qt::AltModifier);
-    QVERIFY2(window.find<QWidget>("cbSerial")->isAncestorOf(QApplication::focusWidget()), "the label leads nowhere");
-}
 
-void TestMainDialog::goodBurn()
-{
-    const Window window;
-    window.burn(file);
-    QVERIFY(window.looks(false) && !window.start()->isEnabled());
-    QTRY_COMPARE(window.state(), "Delay");
-    QVERIFY(window.start()->isEnabled());
-    QCOMPARE(window.bar()->maximum(), 3000);
-    QTRY_VERIFY(window.bar()->value() > 1000);
-    QTRY_VERIFY_WITH_TIMEOUT(window.looks(true), 30000);
-    const QString log = window.log()->toPlainText();
-    QVERIFY(log.startsWith("Uploading firmware: 'Board %2' 1.2%1\nWaiting for device on '"));
-    QVERIFY(log.endsWith("\nVerification successful\nReset device\nComplete"));
-    QCOMPARE(window.state(), "hidden");
-    QVERIFY(window.start()->isEnabled());
-    QCOMPARE(std::count(window.device.memory.begin(), window.device.memory.end(), 'x'), 700);
-}
-
-void TestMainDialog::breakButton()
-{
-    const Window window("v*-");
-    window.burn(file);
-    QTRY_VERIFY(window.start()->isEnabled());
-    QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
-    QTest::keyClick(window.dialog.get(), Qt::Key_B, Qt::AltModifier);
-    QTRY_VERIFY(window.looks(true));
-    QVERIFY(window.log()->toPlainText().endsWith("\nOperation cancelled by user"));
-    QCOMPARE(window.state(), "Waiting for device");
-}
-
-void TestMainDialog::closingAsks()
-{
-    Window window("e1s");
-    std::atomic<bool> eraseRequested = false;
-    window.device.requestStop = [&] { eraseRequested = true; };
-    window.burn(file);
-    QTRY_VERIFY_WITH_TIMEOUT(eraseRequested && window.state() == "Erasing", 30000);
-    QVERIFY(window.looks(false) && !window.start()->isEnabled());
-    int asked = 0;
-    answerWith(QMessageBox::No, asked);
-    window.dialog->close();
-    answerWith(QMessageBox::No, asked);
-    QTest::keyClick(window.dialog.get(), Qt::Key_Escape);
-    QVERIFY(window.dialog->isVisible() && window.looks(false));
-    answerWith(QMessageBox::Yes, asked);
-    window.dialog->close();
-    QCOMPARE(asked, 3);
-    QVERIFY(!window.dialog->isVisible());
-    window.dialog.reset();
-    QVERIFY(window.device.client.expired());
-    QCOMPARE(window.device.requests, "vpe");
-}
-
-void TestMainDialog::errorColour()
-{
-    const Window window;
-    for (const int lightness : {255, 128, 127, 20}) {
-        QPalette palette;
-        palette.setColor(QPalette::Base, QColor(lightness, lightness, lightness));
-        QApplication::setPalette(palette);
-        QEvent themeChange(QEvent::ThemeChange);
-        QApplication::sendEvent(window.dialog.get(), &themeChange);
-        window.log()->clear();
-        window.burn(file + ".none");
-        QTRY_VERIFY(window.looks(true));
-        QCOMPARE(window.log()->toPlainText(), "Can't open input file. No such file or directory");
-        QVERIFY2(window.log()->toHtml().contains(lightness < 128 ? "color:#ef5350" : "color:#c62828"),
-            qPrintable(QString::number(lightness)));
+    void goodBurn()
+    {
+        const Window window;
+        window.burn(file);
+        QVERIFY(window.looks(false) && !window.start()->isEnabled());
+        QTRY_COMPARE(window.state(), "Delay");
+        QVERIFY(window.start()->isEnabled());
+        QCOMPARE(window.bar()->maximum(), 3000);
+        QTRY_VERIFY(window.bar()->value() > 1000);
+        QTRY_VERIFY_WITH_TIMEOUT(window.looks(true), 30000);
+        const QString log = window.log()->toPlainText();
+        QVERIFY(log.startsWith("Uploading firmware: 'Board %2' 1.2%1\nWaiting for device on '"));
+        QVERIFY(log.endsWith("\nVerification successful\nReset device\nComplete"));
         QCOMPARE(window.state(), "hidden");
+        QVERIFY(window.start()->isEnabled());
+        QCOMPARE(std::count(window.device.memory.begin(), window.device.memory.end(), 'x'), 700);
     }
-}
 
-void TestMainDialog::events()
-{
-    const Window window;
-    const auto message = [&](MessageKind kind, const QString& text) {
-        QCoreApplication::postEvent(window.dialog.get(), new BurnMessageEvent(kind, text));
-    };
-    const auto progress = [&](ProgressKind kind, int value) {
-        QCoreApplication::postEvent(window.dialog.get(), new BurnProgressEvent(kind, value));
-    };
-    using Kind = ProgressKind;
-    message(MessageKind::Log, "<b>bold</b> %1");
-    message(MessageKind::Error, "<u>100%1</u>");
-    message(MessageKind(9), "nothing");
-    message(MessageKind::Status, "State");
-    for (const auto& [kind, value] : std::initializer_list<std::pair<Kind, int>>{{Kind::Maximum, 20},
-             {Kind::Minimum, 10}, {Kind::Value, 15}, {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}})
-        progress(kind, value);
-    QCoreApplication::sendPostedEvents();
-    QCOMPARE(window.log()->toPlainText(), "bold %1\n100%1");
-    QVERIFY(window.log()->toHtml().contains("underline"));
-    QCOMPARE(window.bar()->value(), 15);
-    QCOMPARE(window.state(), "State");
-    QVERIFY(!window.start()->isEnabled() && window.close()->isEnabled());
-    message(MessageKind::Status, {});
-    progress(Kind::Enabled, -1);
-    QCoreApplication::sendPostedEvents();
-    QVERIFY(window.state() == "hidden" && window.start()->isEnabled());
-}
-
-void TestMainDialog::browsing()
-{
-    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
-    const Window window;
-    for (const bool accept : {false, true}) {
-        QTimer::singleShot(200, this, [&] {
-            auto* browser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
-            browser->findChild<QLineEdit*>("fileNameEdit")->setText(file);
-            static_cast<QDialog*>(browser)->done(accept);
-        });
-        QTest::mouseClick(window.find<QWidget>("btnBrowse"), Qt::LeftButton);
-        QCOMPARE(window.find<QLineEdit>("eFilename")->text(), accept ? file : QString());
+    void breakButton()
+    {
+        const Window window("v*-");
+        window.burn(file);
+        QTRY_VERIFY(window.start()->isEnabled());
+        QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
+        QTest::keyClick(window.dialog.get(), Qt::Key_B, Qt::AltModifier);
+        QTRY_VERIFY(window.looks(true));
+        QVERIFY(window.log()->toPlainText().endsWith("\nOperation cancelled by user"));
+        QCOMPARE(window.state(), "Waiting for device");
     }
-}
+
+    void closingAsks()
+    {
+        Window window("e1s");
+        std::atomic<bool> eraseRequested = false;
+        window.device.requestStop = [&] { eraseRequested = true; };
+        window.burn(file);
+        QTRY_VERIFY_WITH_TIMEOUT(eraseRequested && window.state() == "Erasing", 30000);
+        QVERIFY(window.looks(false) && !window.start()->isEnabled());
+        int asked = 0;
+        answerWith(QMessageBox::No, asked);
+        window.dialog->close();
+        answerWith(QMessageBox::No, asked);
+        QTest::keyClick(window.dialog.get(), Qt::Key_Escape);
+        QVERIFY(window.dialog->isVisible() && window.looks(false));
+        answerWith(QMessageBox::Yes, asked);
+        window.dialog->close();
+        QCOMPARE(asked, 3);
+        QVERIFY(!window.dialog->isVisible());
+        window.dialog.reset();
+        QVERIFY(window.device.client.expired());
+        QCOMPARE(window.device.requests, "vpe");
+    }
+
+    void errorColour()
+    {
+        const Window window;
+        for (const int lightness : {255, 128, 127, 20}) {
+            QPalette palette;
+            palette.setColor(QPalette::Base, QColor(lightness, lightness, lightness));
+            QApplication::setPalette(palette);
+            QEvent themeChange(QEvent::ThemeChange);
+            QApplication::sendEvent(window.dialog.get(), &themeChange);
+            window.log()->clear();
+            window.burn(file + ".none");
+            QTRY_VERIFY(window.looks(true));
+            QCOMPARE(window.log()->toPlainText(), "Can't open input file. No such file or directory");
+            QVERIFY2(window.log()->toHtml().contains(lightness < 128 ? "color:#ef5350" : "color:#c62828"),
+                qPrintable(QString::number(lightness)));
+            QCOMPARE(window.state(), "hidden");
+        }
+    }
+
+    void events()
+    {
+        const Window window;
+        const auto message = [&](MessageKind kind, const QString& text) {
+            QCoreApplication::postEvent(window.dialog.get(), new BurnMessageEvent(kind, text));
+        };
+        const auto progress = [&](ProgressKind kind, int value) {
+            QCoreApplication::postEvent(window.dialog.get(), new BurnProgressEvent(kind, value));
+        };
+        using Kind = ProgressKind;
+        message(MessageKind::Log, "<b>bold</b> %1");
+        message(MessageKind::Error, "<u>100%1</u>");
+        message(MessageKind(9), "nothing");
+        message(MessageKind::Status, "State");
+        for (const auto& [kind, value] : std::initializer_list<std::pair<Kind, int>>{{Kind::Maximum, 20},
+                 {Kind::Minimum, 10}, {Kind::Value, 15}, {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}})
+            progress(kind, value);
+        QCoreApplication::sendPostedEvents();
+        QCOMPARE(window.log()->toPlainText(), "bold %1\n100%1");
+        QVERIFY(window.log()->toHtml().contains("underline"));
+        QCOMPARE(window.bar()->value(), 15);
+        QCOMPARE(window.state(), "State");
+        QVERIFY(!window.start()->isEnabled() && window.close()->isEnabled());
+        message(MessageKind::Status, {});
+        progress(Kind::Enabled, -1);
+        QCoreApplication::sendPostedEvents();
+        QVERIFY(window.state() == "hidden" && window.start()->isEnabled());
+    }
+
+    void browsing()
+    {
+        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
+        const Window window;
+        for (const bool accept : {false, true}) {
+            QTimer::singleShot(200, this, [&] {
+                auto* browser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+                browser->findChild<QLineEdit*>("fileNameEdit")->setText(file);
+                static_cast<QDialog*>(browser)->done(accept);
+            });
+            QTest::mouseClick(window.find<QWidget>("btnBrowse"), Qt::LeftButton);
+            QCOMPARE(window.find<QLineEdit>("eFilename")->text(), accept ? file : QString());
+        }
+    }
+};
 
 QTEST_MAIN(TestMainDialog)
 #include "TestMainDialog.moc"

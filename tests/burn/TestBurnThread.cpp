@@ -153,97 +153,94 @@ class TestBurnThread : public QObject
     QTemporaryDir folder;
 
 private Q_SLOTS:
-    void wholeStream_data();
-    void wholeStream();
-    void stopsAtAnyMoment();
-};
-
-void TestBurnThread::wholeStream_data()
-{
-    for (const char* column : {"file", "script", "events", "requests", "outcome"})
-        QTest::addColumn<QString>(column);
-    for (const QString& line : QString(burns).split('\n', Qt::SkipEmptyParts)) {
-        const QStringList cells = line.split('|');
-        QTestData& row = QTest::newRow(cells[0].trimmed().toLatin1());
-        for (int i = 1; i < cells.size(); ++i)
-            row << cells[i];
-    }
-}
-
-void TestBurnThread::wholeStream()
-{
-    QFETCH(const QString, file);
-    QFETCH(const QString, script);
-    ScriptedDevice device(script, file == "no port" ? L"Access to '%2' is denied" : L"");
-    Observer observer;
-    BurnThread burn(&observer, device.clientFactory(), device.line->clock());
-    std::atomic<bool> stopRequested = false;
-    device.requestStop = [&] { stopRequested = true; };
-    observer.onLine = [&](const QString& line) {
-        if (script == "at end" && line == "L <b>Complete</b>")
-            stopRequested = true;
-    };
-    const auto stopAsRequested = [&] {
-        if (stopRequested.exchange(false))
-            burn.stopBurn();
-        return burn.isFinished();
-    };
-    const QMap<QString, QVector<ImagePart>> images = {{"empty", {}}, {"high", {{0x10004, "z"}}}};
-    const QString path = writeFirmware(
-        folder.path(), images.value(file, image), file == "foreign" ? 0x0301 : 0x0300, file == "rate 0" ? 0 : 57600);
-
-    // One object serves a burn after the other.
-    for (int run = 0; run < 2; ++run) {
-        stopRequested = false;
-        observer.lines.clear();
-        observer.delayValues.clear();
-        device.restart();
-        burn.startBurn("COM%1", file == "missing" ? path + ".none" : path);
-        QVERIFY(QTest::qWaitFor(stopAsRequested, 30000));
-        const QString outcome = QStringList{"Succeeded", "Failed", "Cancelled"}[static_cast<int>(burn.outcome())];
-        QTEST(outcome, "outcome");
-        QCoreApplication::sendPostedEvents();
-
-        QFETCH(const QString, events);
-        QStringList expected = expand(events);
-        if (file == "empty")
-            expected.replaceInStrings("min6656", "min0").replaceInStrings("max65535", "max0");
-        for (int i = 0; i < std::max(expected.size(), observer.lines.size()); ++i)
-            QCOMPARE(observer.lines.value(i, "nothing"), expected.value(i, "nothing"));
-        QVERIFY(
-            !expected.contains("V2000") || (observer.delayValues.size() > 20 && observer.delayValues.last() < 3000));
-        QTEST(device.requests, "requests");
-        QVERIFY2(device.client.expired(), "the client outlived its burn");
-    }
-}
-
-void TestBurnThread::stopsAtAnyMoment()
-{
-    const QString path = writeFirmware(folder.path(), image);
-    ScriptedDevice device({});
-    Observer observer;
-    BurnThread burn(&observer, device.clientFactory(), device.line->clock());
-    QElapsedTimer clock;
-    int wholeBurnUs = 0;
-    int cancelled = 0;
-    for (int i = 0; i < 150; ++i) {
-        observer.lines.clear();
-        clock.start();
-        burn.startBurn("COM1", path);
-        if (i == 0) {
-            QVERIFY(burn.wait(QDeadlineTimer(30000)));
-            wholeBurnUs = static_cast<int>(clock.nsecsElapsed() / 1000);
+    void wholeStream_data()
+    {
+        for (const char* column : {"file", "script", "events", "requests", "outcome"})
+            QTest::addColumn<QString>(column);
+        for (const QString& line : QString(burns).split('\n', Qt::SkipEmptyParts)) {
+            const QStringList cells = line.split('|');
+            QTestData& row = QTest::newRow(cells[0].trimmed().toLatin1());
+            for (int i = 1; i < cells.size(); ++i)
+                row << cells[i];
         }
-        QThread::usleep(static_cast<unsigned long>(QRandomGenerator::global()->bounded(wholeBurnUs)));
-        burn.stopBurn();
-        const bool wasCancelled = burn.outcome() == Outcome::Cancelled;
-        QVERIFY(device.client.expired());
-        QCoreApplication::sendPostedEvents(&observer);
-        cancelled += wasCancelled ? 1 : 0;
-        QCOMPARE(observer.lines.value(observer.lines.size() - 1), expand(wasCancelled ? "cancelled" : "end").last());
     }
-    QVERIFY2(cancelled > 0, "every burn ended before its stop");
-}
+
+    void wholeStream()
+    {
+        QFETCH(const QString, file);
+        QFETCH(const QString, script);
+        ScriptedDevice device(script, file == "no port" ? L"Access to '%2' is denied" : L"");
+        Observer observer;
+        BurnThread burn(&observer, device.clientFactory(), device.line->clock());
+        std::atomic<bool> stopRequested = false;
+        device.requestStop = [&] { stopRequested = true; };
+        observer.onLine = [&](const QString& line) {
+            if (script == "at end" && line == "L <b>Complete</b>")
+                stopRequested = true;
+        };
+        const auto stopAsRequested = [&] {
+            if (stopRequested.exchange(false))
+                burn.stopBurn();
+            return burn.isFinished();
+        };
+        const QMap<QString, QVector<ImagePart>> images = {{"empty", {}}, {"high", {{0x10004, "z"}}}};
+        const QString path = writeFirmware(folder.path(), images.value(file, image),
+            file == "foreign" ? 0x0301 : 0x0300, file == "rate 0" ? 0 : 57600);
+
+        // One object serves a burn after the other.
+        for (int run = 0; run < 2; ++run) {
+            stopRequested = false;
+            observer.lines.clear();
+            observer.delayValues.clear();
+            device.restart();
+            burn.startBurn("COM%1", file == "missing" ? path + ".none" : path);
+            QVERIFY(QTest::qWaitFor(stopAsRequested, 30000));
+            const QString outcome = QStringList{"Succeeded", "Failed", "Cancelled"}[static_cast<int>(burn.outcome())];
+            QTEST(outcome, "outcome");
+            QCoreApplication::sendPostedEvents();
+
+            QFETCH(const QString, events);
+            QStringList expected = expand(events);
+            if (file == "empty")
+                expected.replaceInStrings("min6656", "min0").replaceInStrings("max65535", "max0");
+            for (int i = 0; i < std::max(expected.size(), observer.lines.size()); ++i)
+                QCOMPARE(observer.lines.value(i, "nothing"), expected.value(i, "nothing"));
+            QVERIFY(!expected.contains("V2000") ||
+                    (observer.delayValues.size() > 20 && observer.delayValues.last() < 3000));
+            QTEST(device.requests, "requests");
+            QVERIFY2(device.client.expired(), "the client outlived its burn");
+        }
+    }
+
+    void stopsAtAnyMoment()
+    {
+        const QString path = writeFirmware(folder.path(), image);
+        ScriptedDevice device({});
+        Observer observer;
+        BurnThread burn(&observer, device.clientFactory(), device.line->clock());
+        QElapsedTimer clock;
+        int wholeBurnUs = 0;
+        int cancelled = 0;
+        for (int i = 0; i < 150; ++i) {
+            observer.lines.clear();
+            clock.start();
+            burn.startBurn("COM1", path);
+            if (i == 0) {
+                QVERIFY(burn.wait(QDeadlineTimer(30000)));
+                wholeBurnUs = static_cast<int>(clock.nsecsElapsed() / 1000);
+            }
+            QThread::usleep(static_cast<unsigned long>(QRandomGenerator::global()->bounded(wholeBurnUs)));
+            burn.stopBurn();
+            const bool wasCancelled = burn.outcome() == Outcome::Cancelled;
+            QVERIFY(device.client.expired());
+            QCoreApplication::sendPostedEvents(&observer);
+            cancelled += wasCancelled ? 1 : 0;
+            QCOMPARE(
+                observer.lines.value(observer.lines.size() - 1), expand(wasCancelled ? "cancelled" : "end").last());
+        }
+        QVERIFY2(cancelled > 0, "every burn ended before its stop");
+    }
+};
 
 QTEST_GUILESS_MAIN(TestBurnThread)
 #include "TestBurnThread.moc"
