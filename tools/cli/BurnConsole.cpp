@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 
 namespace
@@ -94,7 +93,7 @@ void BurnConsole::printLine(const QString& text)
     std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stdout);
     // A reader that has gone away has seen what it wanted to see.
     if (std::fflush(stdout) != 0 && errno != EPIPE && !std::exchange(logLost, true))
-        std::fprintf(stderr, "tavimora-cli burn: the log cannot be written: %s\n", std::strerror(errno));
+        std::perror("tavimora-cli burn: the log cannot be written");
 }
 
 void BurnConsole::enterState(const QString& name)
