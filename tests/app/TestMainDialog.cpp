@@ -67,11 +67,10 @@ struct Window {
 void answerWith(QMessageBox::StandardButton button, int& asked)
 {
     QTimer::singleShot(0, [button, &asked] {
-        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (box == nullptr)
-            return;
-        asked += box->windowTitle() == "Close" && box->text() == "An operation is still in progress.\nAre you to exit?";
-        QTest::mouseClick(box->button(button), Qt::LeftButton);
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            asked += box->windowTitle() + box->text() == "CloseAn operation is still in progress.\nAre you to exit?";
+            QTest::mouseClick(box->button(button), Qt::LeftButton);
+        }
     });
 }
 
@@ -183,29 +182,26 @@ private Q_SLOTS:
     void events()
     {
         const Window window;
-        const auto message = [&](MessageKind kind, const QString& text) {
-            QCoreApplication::postEvent(window.dialog.get(), new BurnMessageEvent(kind, text));
-        };
-        const auto progress = [&](ProgressKind kind, int value) {
-            QCoreApplication::postEvent(window.dialog.get(), new BurnProgressEvent(kind, value));
+        const auto send = [&]<typename Kind>(Kind kind, const auto& content) {
+            using Event = std::conditional_t<std::is_same_v<Kind, MessageKind>, BurnMessageEvent, BurnProgressEvent>;
+            Event event(kind, content);
+            QCoreApplication::sendEvent(window.dialog.get(), &event);
         };
         using Kind = ProgressKind;
-        message(MessageKind::Log, "<b>bold</b> %1");
-        message(MessageKind::Error, "<u>100%1</u>");
-        message(MessageKind(9), "nothing");
-        message(MessageKind::Status, "State");
-        for (const auto& [kind, value] : std::initializer_list<std::pair<Kind, int>>{{Kind::Maximum, 20},
-                 {Kind::Minimum, 10}, {Kind::Value, 15}, {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}})
-            progress(kind, value);
-        QCoreApplication::sendPostedEvents();
+        send(MessageKind::Log, "<b>bold</b> %1");
+        send(MessageKind::Error, "<u>100%1</u>");
+        send(MessageKind(9), "nothing");
+        send(MessageKind::Status, "State");
+        for (const auto& [kind, value] : {std::pair{Kind::Maximum, 20}, {Kind::Minimum, 10}, {Kind::Value, 15},
+                 {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}})
+            send(kind, value);
         QCOMPARE(window.log()->toPlainText(), "bold %1\n100%1");
         QVERIFY(window.log()->toHtml().contains("underline"));
         QCOMPARE(window.bar()->value(), 15);
         QCOMPARE(window.state(), "State");
         QVERIFY(!window.start()->isEnabled() && window.close()->isEnabled());
-        message(MessageKind::Status, {});
-        progress(Kind::Enabled, -1);
-        QCoreApplication::sendPostedEvents();
+        send(MessageKind::Status, "");
+        send(Kind::Enabled, -1);
         QVERIFY(window.state() == "hidden" && window.start()->isEnabled());
     }
 

@@ -12,8 +12,6 @@
 
 #include <atomic>
 
-using Outcome = BurnThread::Outcome;
-
 namespace
 {
 
@@ -219,19 +217,17 @@ private Q_SLOTS:
         Observer observer;
         BurnThread burn(&observer, device.clientFactory(), device.line->clock());
         QElapsedTimer clock;
-        int wholeBurnUs = 0;
+        clock.start();
+        burn.startBurn("COM1", path);
+        QVERIFY(burn.wait(QDeadlineTimer(30000)));
+        const auto wholeBurnUs = static_cast<int>(clock.nsecsElapsed() / 1000);
         int cancelled = 0;
         for (int i = 0; i < 150; ++i) {
             observer.lines.clear();
-            clock.start();
             burn.startBurn("COM1", path);
-            if (i == 0) {
-                QVERIFY(burn.wait(QDeadlineTimer(30000)));
-                wholeBurnUs = static_cast<int>(clock.nsecsElapsed() / 1000);
-            }
             QThread::usleep(static_cast<unsigned long>(QRandomGenerator::global()->bounded(wholeBurnUs)));
             burn.stopBurn();
-            const bool wasCancelled = burn.outcome() == Outcome::Cancelled;
+            const bool wasCancelled = burn.outcome() == BurnThread::Outcome::Cancelled;
             QVERIFY(device.client.expired());
             QCoreApplication::sendPostedEvents(&observer);
             cancelled += wasCancelled ? 1 : 0;
