@@ -91,6 +91,11 @@ void describeUsb(PortInfo& port, udev_device* terminal, udev_device* usb)
 {
     QString description = firstOf({attribute(usb, "product"), reportedString(terminal, "ID_MODEL_ENC", "ID_MODEL_ID"),
         property(usb, "ID_MODEL_FROM_DATABASE"), "USB serial port"});
+    // What tells the ports of a device apart that has several.
+    const QString function = firstOf(
+        {attribute(udev_device_get_parent_with_subsystem_devtype(terminal, "usb", "usb_interface"), "interface")});
+    if (!description.contains(function))
+        description += QLatin1String(", ") + function;
     if (!description.contains(QLatin1String("usb"), Qt::CaseInsensitive))
         description += QLatin1String(", USB");
     port.description = description.toStdWString();

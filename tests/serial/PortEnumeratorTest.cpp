@@ -50,9 +50,10 @@ usb;1-3;ttyUSB0;idVendor=0403|idProduct=6001|manufacturer=FTDI|product=FT232R US
         QTest::newRow("ACM with a serial number, and without") <<
             R"(usb;1-1;ttyACM0;idVendor=2341|idProduct=0043|product=Uno|serial=857|ID_VENDOR_FROM_DATABASE=Arduino
 usb;1-2;ttyACM1;idVendor=0483|idProduct=5740|ID_MODEL_FROM_DATABASE=Port;ID_MODEL_ENC=5740|ID_MODEL_ID=5740
+device;pci0000:00/0000:00:14.0/usb1/1-1/1-1:1.0;SUBSYSTEM=usb|DEVTYPE=usb_interface|interface=GDB Server\n
 usb;1-3;ttyACM2;idVendor=0000|idProduct=0001|product=  ;ID_BUS=usb|ID_MODEL_FROM_DATABASE=xHCI
 =
-/dev/ttyACM0|Uno, USB|Arduino|857|2341:0043
+/dev/ttyACM0|Uno, GDB Server, USB|Arduino|857|2341:0043
 /dev/ttyACM1|Port, USB|||0483:5740
 /dev/ttyACM2|USB serial port|||0000:0001)";
         QTest::newRow("blanks, umlauts, percent and control signs") <<
