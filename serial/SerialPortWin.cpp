@@ -285,8 +285,9 @@ void SerialPortWin::finish(OVERLAPPED& overlapped, DWORD& transferred, Clock::ti
     if (woken != WAIT_OBJECT_0 + 1) {
         fail();
     }
-    // Serial drivers end what is cancelled within this call: buffer and structure are free again.
+    // Until the driver has ended what is cancelled, buffer and structure are its own (Windows documentation, CancelIo).
     CancelIo(handle);
+    WaitForMultipleObjects(1, events.data(), FALSE, INFINITE);
 }
 
 /// Waits for the end of a limit or for a cancel. An adapter that was pulled out fails every transfer at once; it has to

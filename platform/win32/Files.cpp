@@ -107,15 +107,8 @@ BOOL WINAPI CloseHandle(HANDLE handle)
         return FALSE;
     }
     const std::shared_ptr<win32::KernelObject> object = kernel().handles.take(handle);
-    if (!object) {
-        return ApiCall::fail(ERROR_INVALID_HANDLE);
-    }
-    if (const auto file = std::dynamic_pointer_cast<PortFile>(object)) {
-        file->cancelRead();
-        file->cancelWrite();
-    }
     call.lock.unlock();
-    return TRUE;
+    return object ? TRUE : ApiCall::fail(ERROR_INVALID_HANDLE);
 }
 
 BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD transferred, LPOVERLAPPED overlapped)

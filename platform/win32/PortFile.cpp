@@ -115,12 +115,18 @@ void PortFile::cancelOwn()
 
 void PortFile::cancelRead()
 {
-    finish(read, StatusCancelled);
+    if (read) {
+        read->isCancelled = true;
+        wake();
+    }
 }
 
 void PortFile::cancelWrite()
 {
-    finish(write, StatusCancelled);
+    if (write) {
+        write->isCancelled = true;
+        wake();
+    }
 }
 
 void PortFile::dropInput()
@@ -145,12 +151,16 @@ void PortFile::run()
     while (!stopping) {
         moveInput();
         moveOutput();
-        if (hungUp) {
-            cancelRead();
-            cancelWrite();
+        if (hungUp || (read && read->isCancelled)) {
+            finish(read, StatusCancelled);
+        }
+        if (hungUp || (write && write->isCancelled)) {
+            finish(write, StatusCancelled);
         }
         waitForWork(lock);
     }
+    finish(read, StatusCancelled);
+    finish(write, StatusCancelled);
 }
 
 void PortFile::moveInput()

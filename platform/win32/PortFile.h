@@ -26,7 +26,7 @@ public:
     PortFile(const PortFile&) = delete;
     PortFile& operator=(const PortFile&) = delete;
 
-    /// Ends the driver; to be called without the layer's lock.
+    /// Ends what is under way, and the driver; to be called without the layer's lock.
     ~PortFile() override;
 
     std::string name() const override;
@@ -37,8 +37,9 @@ public:
     DWORD startRead(OVERLAPPED& overlapped, BYTE* buffer, DWORD size);
     DWORD startWrite(OVERLAPPED& overlapped, const BYTE* buffer, DWORD size);
 
-    /// Cancels what the calling thread has started.
+    /// Asks the driver to end what the calling thread has started, and does not wait for that.
     void cancelOwn();
+    /// The same for what any thread has started.
     void cancelRead();
     void cancelWrite();
 
@@ -56,11 +57,12 @@ private:
     struct Transfer {
         OVERLAPPED& overlapped;
         Byte* buffer;
-        DWORD size;
+        DWORD size = 0;
         std::thread::id issuer;
         Clock::time_point start;
         std::optional<Clock::time_point> end;
         DWORD moved = 0;
+        bool isCancelled = false;
     };
     using Read = Transfer<BYTE>;
     using Write = Transfer<const BYTE>;

@@ -71,7 +71,8 @@ private Q_SLOTS:
             port.cancel();
             QCOMPARE(port.read(buffer.data(), 5), 0U);
             QCOMPARE(calls(), "CancelIo(COM15); SetEvent(event3); ResetEvent(event1); ReadFile(COM15, 0x5, event1); "
-                              "WaitForMultipleObjects(event1 event3, 0, 0xFFFFFFFF); CancelIo(COM15); ");
+                              "WaitForMultipleObjects(event1 event3, 0, 0xFFFFFFFF); CancelIo(COM15); "
+                              "WaitForMultipleObjects(event1, 0, 0xFFFFFFFF); ");
             QVERIFY(port.purge(true, false) && port.purge(false, true) && port.purge(true, true));
             QCOMPARE(calls(), "PurgeComm(COM15, 0xA); PurgeComm(COM15, 0x5); PurgeComm(COM15, 0xF); ");
         }
