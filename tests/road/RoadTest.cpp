@@ -8,7 +8,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <csignal>
 #include <map>
 #include <memory>
 #include <vector>
@@ -182,10 +181,11 @@ public:
     {
         burn.waitForReadyRead(20);
         log += QString::fromUtf8(burn.readAll());
-        if (stopSent < 0 && !road.stopAt.isEmpty() && matches(road.stopAt)) {
-            QTest::qWait(700);
+        if (stopDue < 0 && !road.stopAt.isEmpty() && matches(road.stopAt))
+            stopDue = clock.elapsed() + 700;
+        if (stopSent < 0 && stopDue >= 0 && clock.elapsed() >= stopDue) {
             stopSent = clock.elapsed();
-            ::kill(static_cast<pid_t>(burn.processId()), SIGTERM);
+            burn.terminate();
         }
         if (clock.elapsed() > roadLimitMs)
             burn.kill();
@@ -232,6 +232,7 @@ private:
     QProcess burn;
     QElapsedTimer clock;
     QString log;
+    qint64 stopDue = -1;
     qint64 stopSent = -1;
     qint64 stopLasted = 0;
 };
