@@ -20,6 +20,8 @@ class BurnConsole : public QObject
 public:
     /// `deviceTimeout` limits the wait for the device and nothing else; without it the wait has no end.
     explicit BurnConsole(std::optional<std::chrono::seconds> deviceTimeout, QObject* parent = nullptr);
+    BurnConsole(const BurnConsole&) = delete;
+    BurnConsole& operator=(const BurnConsole&) = delete;
 
     /// Stops a burn that is under way and waits for its end.
     ~BurnConsole() override;
