@@ -1,11 +1,10 @@
 #include "bootloader/BootloaderClient.h"
-#include "burn/BurnThread.h"
 #include "platform/win32/Win32Layer.h"
 #include "serial/SerialPortWin.h"
+#include "tests/burn/ScriptedDevice.h"
 #include "tools/devicesim/DeviceSim.h"
-#include "tools/fwpack/Package.h"
 
-#include <QTemporaryFile>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <algorithm>
@@ -24,14 +23,12 @@ private Q_SLOTS:
         devicesim::DeviceSim device(config);
         QVERIFY(device.start());
         win32::connectPort("COM15", device.portName());
-        QTemporaryFile file;
-        QVERIFY(file.open());
-        file.write(fwpack::makePackage(
-            {config.identity.deviceId, "1", "Sample", 115200, 0}, ":0401000012345678E7\n:00000001FF\n"));
-        file.close();
+        const QTemporaryDir folder;
+        const QString file =
+            writeFirmware(folder.path(), {{0x100, "\x12\x34\x56\x78"}}, config.identity.deviceId, 115200);
         BurnThread burn(
             this, [] { return std::make_shared<BootloaderClient>(std::make_unique<SerialPortWin>(PortSettings())); });
-        burn.startBurn("COM15", file.fileName());
+        burn.startBurn("COM15", file);
         QVERIFY(burn.wait(60000));
         QCOMPARE(burn.outcome(), BurnThread::Outcome::Succeeded);
         std::vector<std::uint8_t> expected(0x10000, 0xFF);
@@ -39,7 +36,7 @@ private Q_SLOTS:
         QVERIFY(device.memory() == expected && device.report().resets == 1);
 
         // An adapter that is pulled out neither ends the burn nor holds up its stop.
-        burn.startBurn("COM15", file.fileName());
+        burn.startBurn("COM15", file);
         QTRY_COMPARE(win32::openHandles(), 4U); // the port and its events
         device.stop();
         QVERIFY(!burn.wait(1000));
