@@ -178,7 +178,10 @@ std::vector<PortInfo> udevPorts()
     if (!context)
         return ports;
     const UdevEnumeration enumeration(udev_enumerate_new(context.get()));
+    // Without tty0 to tty63, the virtual consoles of the kernel, which take longer to look at than all the rest.
     if (!enumeration || udev_enumerate_add_match_subsystem(enumeration.get(), "tty") < 0 ||
+        udev_enumerate_add_match_sysname(enumeration.get(), "tty[!0-9]*") < 0 ||
+        udev_enumerate_add_match_sysname(enumeration.get(), "[!t]*") < 0 ||
         udev_enumerate_scan_devices(enumeration.get()) < 0)
         return ports;
 
