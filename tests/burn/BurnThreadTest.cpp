@@ -144,7 +144,7 @@ const QVector<ImagePart> image = {
 
 } // namespace
 
-class TestBurnThread : public QObject
+class BurnThreadTest : public QObject
 {
     Q_OBJECT
 
@@ -238,5 +238,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestBurnThread)
-#include "TestBurnThread.moc"
+QTEST_GUILESS_MAIN(BurnThreadTest)
+#include "BurnThreadTest.moc"

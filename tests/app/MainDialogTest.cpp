@@ -1,4 +1,5 @@
 #include "app/MainDialog.h"
+
 #include "burn/BurnMessageEvent.h"
 #include "burn/BurnProgressEvent.h"
 #include "tests/burn/ScriptedDevice.h"
@@ -76,7 +77,7 @@ void answerWith(QMessageBox::StandardButton button, int& asked)
 
 } // namespace
 
-class TestMainDialog : public QObject
+class MainDialogTest : public QObject
 {
     Q_OBJECT
 
@@ -221,5 +222,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TestMainDialog)
-#include "TestMainDialog.moc"
+QTEST_MAIN(MainDialogTest)
+#include "MainDialogTest.moc"
