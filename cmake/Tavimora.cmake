@@ -69,6 +69,6 @@ function(tavimora_test_environment name)
     "LC_ALL=C.UTF-8"
     "ASAN_OPTIONS=detect_stack_use_after_return=1"
     "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp"
-    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:die_after_fork=0"
+    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:die_after_fork=0:history_size=7"
     "UBSAN_OPTIONS=print_stacktrace=1")
 endfunction()
