@@ -2,7 +2,6 @@
 
 #include "burn/BurnMessageEvent.h"
 #include "burn/BurnProgressEvent.h"
-#include "tools/cli/StopSignal.h"
 #include "tools/cli/Terminal.h"
 
 #include <QCoreApplication>
@@ -40,13 +39,14 @@ BurnConsole::~BurnConsole()
 
 ExitStatus BurnConsole::run(const QString& portName, const QString& fileName)
 {
-    const StopSignal stopSignal([this] { onStopSignal(); });
+    stopSignal.emplace([this] { onStopSignal(); });
     QEventLoop loop;
     connect(&burnThread, &QThread::finished, &loop, &QEventLoop::quit);
     statesEntered = 0;
     burnThread.startBurn(portName, fileName);
     loop.exec();
     burnThread.wait();
+    stopSignal.reset();
     bar.clear();
 
     switch (burnThread.outcome()) {
@@ -84,6 +84,9 @@ void BurnConsole::customEvent(QEvent* event)
             break;
         }
     }
+    // A burn that goes wrong without end may post events faster than they can be printed.
+    if (stopSignal)
+        stopSignal->check();
 }
 
 void BurnConsole::printLine(const QString& text)

@@ -3,6 +3,7 @@
 #include "burn/BurnThread.h"
 #include "tools/cli/ExitStatus.h"
 #include "tools/cli/ProgressBar.h"
+#include "tools/cli/StopSignal.h"
 
 #include <QObject>
 #include <QString>
@@ -48,5 +49,7 @@ private:
     ExitStatus stopReason = ExitStatus::Stopped;
     /// The log could not be written, and that was said.
     bool logLost = false;
+    /// Watches while a burn runs.
+    std::optional<StopSignal> stopSignal;
     BurnThread burnThread;
 };

@@ -16,6 +16,10 @@ public:
     /// Gives the signals back to who had them before.
     ~StopSignal();
 
+    /// Runs `onStop` now if a signal has come. For whoever is handed events without end, behind which the event loop
+    /// does not come round to the signal.
+    void check();
+
 private:
     struct Watch;
     std::unique_ptr<Watch> watch;

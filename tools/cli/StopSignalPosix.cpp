@@ -37,12 +37,7 @@ struct StopSignal::Watch {
             return;
         wakeUpEnd = ends[1];
         notifier = std::make_unique<QSocketNotifier>(ends[0], QSocketNotifier::Read);
-        QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [this] {
-            std::array<char, 16> bytes{};
-            while (read(ends[0], bytes.data(), bytes.size()) > 0) {
-            }
-            handler();
-        });
+        QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [this] { check(); });
         struct sigaction action = {};
         action.sa_handler = onSignal;
         action.sa_flags = SA_RESTART;
@@ -73,6 +68,13 @@ struct StopSignal::Watch {
         ::close(ends[1]);
     }
 
+    void check()
+    {
+        std::array<char, 16> bytes{};
+        if (read(ends[0], bytes.data(), bytes.size()) > 0)
+            handler();
+    }
+
     std::function<void()> handler;
     std::array<int, 2> ends{-1, -1};
     std::unique_ptr<QSocketNotifier> notifier;
@@ -86,3 +88,8 @@ StopSignal::StopSignal(std::function<void()> onStop)
 }
 
 StopSignal::~StopSignal() = default;
+
+void StopSignal::check()
+{
+    watch->check();
+}

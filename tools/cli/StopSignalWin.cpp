@@ -44,3 +44,8 @@ StopSignal::StopSignal(std::function<void()> onStop)
 }
 
 StopSignal::~StopSignal() = default;
+
+void StopSignal::check()
+{
+    // A control event waits its turn among the events of the thread.
+}
