@@ -1,5 +1,5 @@
 #include "bootloader/BootloaderClient.h"
-#include "platform/win32/Win32Layer.h"
+#include "standin/win32/Win32Layer.h"
 #include "serial/SerialPortWin.h"
 #include "tests/burn/ScriptedDevice.h"
 #include "tools/devicesim/DeviceSim.h"

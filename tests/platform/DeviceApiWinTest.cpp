@@ -1,7 +1,7 @@
 #include "serial/DeviceApiWin.h"
 
-#include "platform/win32/Machine.h"
-#include "platform/win32/Win32Layer.h"
+#include "standin/win32/Machine.h"
+#include "standin/win32/Win32Layer.h"
 #include "serial/PortScan.h"
 
 #include <QTest>

@@ -13,7 +13,7 @@ int main(int argc, char** argv)
             .writeTakesLineTime = false}); // a driver may take bytes into a buffer of its own
 }
 #else
-#include "platform/win32/Win32Layer.h"
+#include "standin/win32/Win32Layer.h"
 #include "tests/serial/PtyLine.h"
 
 /// The serial port COM15, over a pseudo-terminal.

@@ -1,6 +1,6 @@
 #include "serial/SerialPortWin.h"
 
-#include "platform/win32/Win32Layer.h"
+#include "standin/win32/Win32Layer.h"
 #include "tests/serial/PtyLine.h"
 
 #include <QTest>

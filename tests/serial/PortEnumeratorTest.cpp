@@ -1,5 +1,5 @@
 #include "tests/serial/MockMachine.h"
-#include "tools/cli/PortsCommand.h"
+#include "cli/PortsCommand.h"
 
 #include <QDir>
 #include <QRegularExpression>

@@ -1,4 +1,4 @@
-#include "tools/cli/StopSignal.h"
+#include "cli/StopSignal.h"
 
 #include <QSocketNotifier>
 

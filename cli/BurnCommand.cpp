@@ -1,6 +1,6 @@
-#include "tools/cli/BurnCommand.h"
+#include "cli/BurnCommand.h"
 
-#include "tools/cli/BurnConsole.h"
+#include "cli/BurnConsole.h"
 
 #include <QCommandLineParser>
 

@@ -1,6 +1,6 @@
-#include "tools/cli/BurnCommand.h"
-#include "tools/cli/PortsCommand.h"
-#include "tools/cli/Terminal.h"
+#include "cli/BurnCommand.h"
+#include "cli/PortsCommand.h"
+#include "cli/Terminal.h"
 
 #include <QCoreApplication>
 #include <QStringList>

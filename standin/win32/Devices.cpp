@@ -1,6 +1,6 @@
-#include "platform/win32/ApiCall.h"
-#include "platform/win32/Machine.h"
-#include "platform/win32/RegistryKey.h"
+#include "standin/win32/ApiCall.h"
+#include "standin/win32/Machine.h"
+#include "standin/win32/RegistryKey.h"
 
 #include <algorithm>
 #include <cstring>

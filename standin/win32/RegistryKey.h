@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/win32/HandleTable.h"
-#include "platform/win32/Machine.h"
+#include "standin/win32/HandleTable.h"
+#include "standin/win32/Machine.h"
 
 #include <string>
 #include <utility>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/win32/CallLog.h"
-#include "platform/win32/HandleTable.h"
-#include "platform/win32/Machine.h"
-#include "platform/win32/PortDevice.h"
+#include "standin/win32/CallLog.h"
+#include "standin/win32/HandleTable.h"
+#include "standin/win32/Machine.h"
+#include "standin/win32/PortDevice.h"
 
 #include <condition_variable>
 #include <map>

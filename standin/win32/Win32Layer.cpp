@@ -1,6 +1,6 @@
-#include "platform/win32/Win32Layer.h"
+#include "standin/win32/Win32Layer.h"
 
-#include "platform/win32/Kernel.h"
+#include "standin/win32/Kernel.h"
 
 namespace win32
 {

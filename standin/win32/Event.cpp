@@ -1,6 +1,6 @@
-#include "platform/win32/Event.h"
+#include "standin/win32/Event.h"
 
-#include "platform/win32/ApiCall.h"
+#include "standin/win32/ApiCall.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "platform/win32/HandleTable.h"
+#include "standin/win32/HandleTable.h"
 
 #include <utility>
 

@@ -1,8 +1,8 @@
-#include "tools/cli/BurnConsole.h"
+#include "cli/BurnConsole.h"
 
 #include "burn/BurnMessageEvent.h"
 #include "burn/BurnProgressEvent.h"
-#include "tools/cli/Terminal.h"
+#include "cli/Terminal.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

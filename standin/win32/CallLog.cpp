@@ -1,4 +1,4 @@
-#include "platform/win32/CallLog.h"
+#include "standin/win32/CallLog.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/win32/Kernel.h"
+#include "standin/win32/Kernel.h"
 
 #include <memory>
 #include <mutex>

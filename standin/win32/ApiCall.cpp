@@ -1,4 +1,4 @@
-#include "platform/win32/ApiCall.h"
+#include "standin/win32/ApiCall.h"
 
 #include <sstream>
 

@@ -1,7 +1,7 @@
-#include "platform/win32/ApiCall.h"
-#include "platform/win32/PortFile.h"
-#include "platform/win32/Status.h"
-#include "platform/win32/Win32Layer.h"
+#include "standin/win32/ApiCall.h"
+#include "standin/win32/PortFile.h"
+#include "standin/win32/Status.h"
+#include "standin/win32/Win32Layer.h"
 
 #include <cerrno>
 #include <string_view>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/cli/ExitStatus.h"
+#include "cli/ExitStatus.h"
 
 #include <QTextStream>
 

@@ -1,5 +1,5 @@
-#include "platform/win32/ApiCall.h"
-#include "platform/win32/PortFile.h"
+#include "standin/win32/ApiCall.h"
+#include "standin/win32/PortFile.h"
 
 using win32::ApiCall;
 using win32::PortFile;

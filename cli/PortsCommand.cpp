@@ -1,7 +1,7 @@
-#include "tools/cli/PortsCommand.h"
+#include "cli/PortsCommand.h"
 
 #include "serial/PortEnumerator.h"
-#include "tools/cli/Terminal.h"
+#include "cli/Terminal.h"
 
 #include <QString>
 #include <QStringList>

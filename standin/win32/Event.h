@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/win32/HandleTable.h"
+#include "standin/win32/HandleTable.h"
 
 #include <string>
 

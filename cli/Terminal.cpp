@@ -1,4 +1,4 @@
-#include "tools/cli/Terminal.h"
+#include "cli/Terminal.h"
 
 #include <algorithm>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "burn/BurnThread.h"
-#include "tools/cli/ExitStatus.h"
-#include "tools/cli/ProgressBar.h"
-#include "tools/cli/StopSignal.h"
+#include "cli/ExitStatus.h"
+#include "cli/ProgressBar.h"
+#include "cli/StopSignal.h"
 
 #include <QObject>
 #include <QString>

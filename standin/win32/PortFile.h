@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/win32/Event.h"
-#include "platform/win32/PortDevice.h"
+#include "standin/win32/Event.h"
+#include "standin/win32/PortDevice.h"
 
 #include <chrono>
 #include <mutex>

@@ -1,6 +1,6 @@
-#include "tools/cli/ProgressBar.h"
+#include "cli/ProgressBar.h"
 
-#include "tools/cli/Terminal.h"
+#include "cli/Terminal.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,5 +1,5 @@
-#include "platform/win32/ApiCall.h"
-#include "platform/win32/RegistryKey.h"
+#include "standin/win32/ApiCall.h"
+#include "standin/win32/RegistryKey.h"
 
 #include <algorithm>
 
