@@ -25,8 +25,9 @@ constexpr QRgb errorOnLight = 0xC62828;
 /// look through each of its folders for the Close button's, which delays the first paint for nothing.
 void passOverFallbackTheme()
 {
-    if (QIcon::themeName() == u"hicolor")
+    if (QIcon::themeName() == u"hicolor") {
         QIcon::setThemeSearchPaths({QStringLiteral(":/icons")});
+    }
 }
 
 } // namespace
@@ -56,8 +57,9 @@ MainDialog::MainDialog(QWidget* parent, BurnThread::ClientFactory clientFactory)
 
 MainDialog::~MainDialog()
 {
-    if (burnThread->isRunning())
+    if (burnThread->isRunning()) {
         burnThread->stopBurn();
+    }
     delete burnThread;
 }
 
@@ -65,8 +67,9 @@ void MainDialog::onBrowse()
 {
     const QString fileName = QFileDialog::getOpenFileName(
         this, tr("Open File"), ui->eFilename->text(), tr("Firmware files (*.txt);;All files (*.*)"));
-    if (!fileName.isEmpty())
+    if (!fileName.isEmpty()) {
         ui->eFilename->setText(fileName);
+    }
 }
 
 void MainDialog::onStartClicked()
@@ -98,10 +101,11 @@ void MainDialog::setIdle(bool idle)
 
 void MainDialog::customEvent(QEvent* event)
 {
-    if (event->type() == BurnMessageEvent::eventType)
+    if (event->type() == BurnMessageEvent::eventType) {
         showMessage(static_cast<const BurnMessageEvent&>(*event));
-    else if (event->type() == BurnProgressEvent::eventType)
+    } else if (event->type() == BurnProgressEvent::eventType) {
         showProgress(static_cast<const BurnProgressEvent&>(*event));
+    }
     event->accept();
 }
 
@@ -167,6 +171,7 @@ void MainDialog::reject()
 
 void MainDialog::changeEvent(QEvent* event)
 {
-    if (event->type() == QEvent::ThemeChange)
+    if (event->type() == QEvent::ThemeChange) {
         paletteInfo().refresh();
+    }
 }

@@ -12,6 +12,7 @@ class QPushButton;
 
 namespace Ui
 {
+
 class MainDialog;
 }
 

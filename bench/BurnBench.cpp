@@ -51,8 +51,9 @@ Usage burn(const QByteArray& port, const QByteArray& file, const QByteArray& log
     pid_t child = 0;
     const int error = posix_spawn(&child, arguments[0], &actions, nullptr, arguments, environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (error != 0)
+    if (error != 0) {
         return {};
+    }
     int status = 0;
     rusage usage{};
     while (wait4(child, &status, 0, &usage) == -1 && errno == EINTR) {
@@ -76,16 +77,19 @@ LineTimes timesBetweenEraseAndReset(const QJsonArray& requests, double baud)
         const QString command = request[QLatin1String("command")].toString();
         const double data = 2 * request[QLatin1String("count")].toString().toUInt(nullptr, 0);
         const double ms = request[QLatin1String("ms")].toDouble();
-        if (eraseMs >= 0)
+        if (eraseMs >= 0) {
             bytes += command == u"write" ? 8 + data : 8;
+        }
         if (command == u"reset") {
             resetMs = ms;
             break;
         }
-        if (command == u"erase")
+        if (command == u"erase") {
             eraseMs = ms;
-        if (eraseMs >= 0)
+        }
+        if (eraseMs >= 0) {
             bytes += command == u"read" ? 8 + data : 1;
+        }
     }
     return {(resetMs - eraseMs) / 1e3, bytes * bitsPerByte / baud};
 }
@@ -101,23 +105,27 @@ bool measure(const QString& baud)
 
     QByteArray bytes(imageSize, '\0');
     QRandomGenerator generator(1);
-    for (char& byte : bytes)
+    for (char& byte : bytes) {
         byte = static_cast<char>(generator.generate());
+    }
     QFile file(image);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
         return false;
+    }
     file.close();
     const QStringList toHex = {
         "-I", "binary", "-O", "ihex", "--change-addresses", QString::number(firstAddress), image, hex};
     const QStringList pack = {
         "pack", "--device", "0x0300", "--version", "1", "--target", "bench", "--baudrate", baud, hex, firmware};
-    if (QProcess::execute("objcopy", toHex) != 0 || QProcess::execute(FWPACK, pack) != 0)
+    if (QProcess::execute("objcopy", toHex) != 0 || QProcess::execute(FWPACK, pack) != 0) {
         return false;
+    }
 
     QProcess device;
     device.start(DEVICESIM, {"--once", "--link", port, "--baud", baud, "--report", report});
-    if (!device.waitForReadyRead())
+    if (!device.waitForReadyRead()) {
         return false;
+    }
     const Usage usage = burn(QFile::encodeName(port), QFile::encodeName(firmware),
         QFile::encodeName(folder.filePath(QStringLiteral("log"))));
     if (!usage.succeeded) {
@@ -128,8 +136,9 @@ bool measure(const QString& baud)
     device.waitForFinished();
 
     QFile reportFile(report);
-    if (!reportFile.open(QIODevice::ReadOnly))
+    if (!reportFile.open(QIODevice::ReadOnly)) {
         return false;
+    }
     const QJsonArray requests =
         QJsonDocument::fromJson(reportFile.readAll()).object()[QLatin1String("lastRequests")].toArray();
     const LineTimes times = timesBetweenEraseAndReset(requests, baud.toDouble());
@@ -147,8 +156,9 @@ int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
     QStringList rates = QCoreApplication::arguments().mid(1);
-    if (rates.isEmpty())
+    if (rates.isEmpty()) {
         rates = {"57600", "115200"};
+    }
     for (const QString& baud : std::as_const(rates)) {
         if (!measure(baud)) {
             std::fprintf(stderr, "BurnBench: the burn at %s baud failed\n", qPrintable(baud));

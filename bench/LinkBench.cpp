@@ -19,6 +19,7 @@
 
 namespace
 {
+
 constexpr std::size_t blockSize = 512;
 constexpr std::uint32_t blockAddress = 0x3100;
 constexpr std::size_t bareFrameSize = 8;
@@ -38,8 +39,9 @@ double threadSeconds()
 bool answers(BootloaderClient& client)
 {
     for (int attempt = 0; attempt < 20; ++attempt) {
-        if (client.readVersion())
+        if (client.readVersion()) {
             return true;
+        }
     }
     return false;
 }
@@ -96,6 +98,7 @@ void rates(benchmark::internal::Benchmark* bench)
 {
     bench->ArgName("baud")->Arg(57600)->Arg(115200)->Arg(921600)->UseRealTime()->Unit(benchmark::kMillisecond);
 }
+
 } // namespace
 
 BENCHMARK(writeBlock)->Apply(rates);

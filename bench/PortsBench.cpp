@@ -15,8 +15,9 @@ constexpr int portCount = 100;
 void listMockedMachine(benchmark::State& state)
 {
     QByteArray devices;
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < 64; ++i) {
         devices += "tty;virtual;tty" + QByteArray::number(i) + '\n';
+    }
     for (int i = 0; i < portCount; ++i) {
         const QByteArray number = QByteArray::number(i);
         devices += "usb;1-" + number + ";ttyUSB" + number +
@@ -25,8 +26,9 @@ void listMockedMachine(benchmark::State& state)
     const MockMachine machine(devices);
     for ([[maybe_unused]] const auto& iteration : state) {
         const std::size_t found = availablePorts().size();
-        if (found < portCount)
+        if (found < portCount) {
             state.SkipWithError("ports are missing");
+        }
     }
 }
 BENCHMARK(listMockedMachine)->Unit(benchmark::kMillisecond);
@@ -44,8 +46,9 @@ void scanFakeMachine(benchmark::State& state)
         api.serialComm.push_back({1, name});
     }
     for ([[maybe_unused]] const auto& iteration : state) {
-        if (scanPorts(api).size() != portCount)
+        if (scanPorts(api).size() != portCount) {
             state.SkipWithError("ports are missing");
+        }
         api.calls.clear();
     }
 }

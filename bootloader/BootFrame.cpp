@@ -14,8 +14,9 @@ BootFrame Boot::makeFrame(BootCommand command, std::uint16_t address, std::span<
     frame.push_back(firstWord(command));
     frame.push_back(address);
     frame.push_back(static_cast<std::uint16_t>(count));
-    for (std::size_t i = 0; i < data.size(); i += 2)
+    for (std::size_t i = 0; i < data.size(); i += 2) {
         frame.push_back(wordFrom(data[i], i + 1 < data.size() ? data[i + 1] : std::uint8_t{0xFF}));
+    }
     frame.push_back(requestChecksum(frame));
     return frame;
 }

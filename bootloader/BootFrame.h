@@ -16,6 +16,7 @@ using BootFrame = std::vector<std::uint16_t>;
 
 namespace Boot
 {
+
 inline constexpr std::uint8_t frameStart = 0x80;
 inline constexpr std::size_t frameWordsWithoutData = 4;
 /// The longest run of words that a count on the wire can tell.
@@ -60,8 +61,9 @@ constexpr std::uint16_t addressOf(std::span<const std::uint16_t> frame)
 constexpr std::uint16_t requestChecksum(std::span<const std::uint16_t> words)
 {
     std::uint16_t sum = 0xFFFF;
-    for (const std::uint16_t word : words)
+    for (const std::uint16_t word : words) {
         sum ^= word;
+    }
     return sum;
 }
 static_assert(
@@ -71,8 +73,9 @@ static_assert(
 constexpr bool isIntact(std::span<const std::uint8_t> reply)
 {
     std::uint8_t sum = 0;
-    for (const std::uint8_t byte : reply)
+    for (const std::uint8_t byte : reply) {
         sum ^= byte;
+    }
     return sum == 0;
 }
 
@@ -102,4 +105,5 @@ BootFrame makeFrame(BootCommand command, std::uint16_t address, std::uint16_t co
 
 /// A whole request with data, at most `maxWords` words; an odd last byte is filled up with 0xFF.
 BootFrame makeFrame(BootCommand command, std::uint16_t address, std::span<const std::uint8_t> data);
+
 } // namespace Boot

@@ -11,6 +11,7 @@
 
 namespace
 {
+
 constexpr std::uint32_t writeLimitMs = 500;
 constexpr std::uint32_t readLimitMs = 100;
 /// The slowest line on which a block of 512 bytes fits into the limits above.
@@ -51,8 +52,9 @@ PortSettings closedPortSettings()
 /// A limit in milliseconds that covers at `baudRate` the bytes that `limitMs` covers at `fullLimitsBaudRate`.
 std::uint32_t limitFor(std::uint32_t baudRate, std::uint32_t limitMs)
 {
-    if (baudRate == 0 || baudRate >= fullLimitsBaudRate)
+    if (baudRate == 0 || baudRate >= fullLimitsBaudRate) {
         return limitMs;
+    }
     const std::uint64_t scaled = (std::uint64_t{limitMs} * fullLimitsBaudRate + baudRate - 1) / baudRate;
     return static_cast<std::uint32_t>(scaled);
 }
@@ -73,8 +75,9 @@ std::uint16_t wireAddress(std::uint32_t address)
 std::size_t send(SerialPort& port, const BootFrame& frame)
 {
     const std::size_t size = frame.size() * sizeof(std::uint16_t);
-    if constexpr (std::endian::native == std::endian::little)
+    if constexpr (std::endian::native == std::endian::little) {
         return port.write(reinterpret_cast<const std::uint8_t*>(frame.data()), size);
+    }
 
     std::vector<std::uint8_t> bytes;
     bytes.reserve(size);
@@ -97,6 +100,7 @@ bool dropEcho(SerialPort& port, std::size_t size)
     } while (missing > 0 && dropped > 0);
     return missing == 0;
 }
+
 } // namespace
 
 BootloaderClient::BootloaderClient()
@@ -134,10 +138,12 @@ std::wstring BootloaderClient::errorString() const
 
 bool BootloaderClient::readVersion()
 {
-    if (sendCommand(BootCommand::CmdGetVersion, 0, 0) != BootStatus::Data)
+    if (sendCommand(BootCommand::CmdGetVersion, 0, 0) != BootStatus::Data) {
         return false;
-    if (reply.size() < versionReplySize)
+    }
+    if (reply.size() < versionReplySize) {
         return true;
+    }
     bootloaderVersion = BootVersion::fromWord(wordAt(reply, bootloaderVersionOffset));
     firmwareVersion = BootVersion::fromWord(wordAt(reply, firmwareVersionOffset));
     deviceId = wordAt(reply, deviceIdOffset);
@@ -161,8 +167,9 @@ bool BootloaderClient::eraseMemory()
 BootAnswer BootloaderClient::blankCheck(std::uint32_t address, std::uint64_t size)
 {
     const std::uint64_t words = std::max<std::uint64_t>(size / 2, 1);
-    if (words > Boot::maxWords)
+    if (words > Boot::maxWords) {
         return {};
+    }
     const BootStatus status =
         sendCommand(BootCommand::CmdBlankCheck, wireAddress(address), static_cast<std::uint16_t>(words));
     return {.blank = status == BootStatus::Ok, .answered = status == BootStatus::Ok || status == BootStatus::NotBlank};
@@ -170,24 +177,29 @@ BootAnswer BootloaderClient::blankCheck(std::uint32_t address, std::uint64_t siz
 
 bool BootloaderClient::writeBlock(std::uint32_t address, const std::vector<std::uint8_t>& data)
 {
-    if (Boot::wordsFor(data.size()) > Boot::maxWords)
+    if (Boot::wordsFor(data.size()) > Boot::maxWords) {
         return false;
+    }
     return sendData(BootCommand::CmdWriteBlock, wireAddress(address), data) == BootStatus::Ok;
 }
 
 std::vector<std::uint8_t> BootloaderClient::readBlock(std::uint32_t address, std::uint64_t size)
 {
     const std::uint64_t words = std::max<std::uint64_t>(Boot::wordsFor(size), 1);
-    if (words > Boot::maxWords)
+    if (words > Boot::maxWords) {
         return {};
+    }
     const BootStatus status =
         sendCommand(BootCommand::CmdReadBlock, wireAddress(address), static_cast<std::uint16_t>(words));
-    if (damaged)
+    if (damaged) {
         dropInput();
-    if (status != BootStatus::Data)
+    }
+    if (status != BootStatus::Data) {
         return {};
-    if (reply.size() != Boot::replySize(words))
+    }
+    if (reply.size() != Boot::replySize(words)) {
         noteUnanswered(BootCommand::CmdReadBlock, wireAddress(address));
+    }
     return {reply.begin() + Boot::replyDataOffset, reply.end() - Boot::replyChecksumSize};
 }
 
@@ -206,20 +218,24 @@ void BootloaderClient::dropInput()
 
 bool BootloaderClient::resynchronise()
 {
-    if (!unanswered)
+    if (!unanswered) {
         return true;
+    }
     // A link may be so slow that it brings the answer to one probe while the next is under way. An echo, though, is
     // only counted, so nothing may stand before it, and the rest of a damaged reply can look like anything.
-    if (!probeUnanswered || echoOn || damaged)
+    if (!probeUnanswered || echoOn || damaged) {
         dropInput();
+    }
     const BootCommand probe = unansweredBlock ? BootCommand::CmdBlankCheck : BootCommand::CmdGetVersion;
     const QDeadlineTimer deadline = now() + probeLimit.count();
     BootStatus status = unansweredBlock ? sendCommand(probe, *unansweredBlock, 1) : sendCommand(probe, 0, 0);
-    while (!isAnswer(probe, status) && !damaged && now() < deadline)
+    while (!isAnswer(probe, status) && !damaged && now() < deadline) {
         status = awaitReply({});
+    }
     probeUnanswered = !isAnswer(probe, status);
-    if (probeUnanswered)
+    if (probeUnanswered) {
         return false;
+    }
     // What was taken for the answer may have been noise, or the answer to the probe before this one.
     dropInput();
     forgetUnanswered();
@@ -229,8 +245,9 @@ bool BootloaderClient::resynchronise()
 void BootloaderClient::noteUnanswered(BootCommand command, std::uint16_t address)
 {
     unanswered = true;
-    if (command == BootCommand::CmdReadBlock)
+    if (command == BootCommand::CmdReadBlock) {
         unansweredBlock = address;
+    }
 }
 
 void BootloaderClient::forgetUnanswered()
@@ -255,10 +272,12 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
     BootStatus status = BootStatus::None;
     damaged = false;
     const std::size_t written = send(*port, frame);
-    if (!echoOn || dropEcho(*port, written))
+    if (!echoOn || dropEcho(*port, written)) {
         status = awaitReply(findDeadline(command));
-    if (!isAnswer(command, status))
+    }
+    if (!isAnswer(command, status)) {
         noteUnanswered(command, Boot::addressOf(frame));
+    }
     return status;
 }
 
@@ -275,8 +294,9 @@ BootStatus BootloaderClient::awaitStatus(std::chrono::milliseconds limit)
     do {
         if (port->read(replyBuffer.data(), 1) == 1) {
             const BootStatus status = Boot::statusOf(replyBuffer.front());
-            if (status != BootStatus::None)
+            if (status != BootStatus::None) {
                 return status;
+            }
         }
     } while (now() < deadline);
     return BootStatus::None;
@@ -286,19 +306,23 @@ bool BootloaderClient::takeDataReply()
 {
     constexpr std::size_t statusSize = 1;
     constexpr std::size_t headRest = Boot::replyDataOffset - statusSize;
-    if (port->read(replyBuffer.data() + statusSize, headRest) < headRest)
+    if (port->read(replyBuffer.data() + statusSize, headRest) < headRest) {
         return false;
+    }
     const std::size_t words =
         Boot::wordFrom(replyBuffer[Boot::replyCountOffset], replyBuffer[Boot::replyCountOffset + 1]);
     const std::size_t total = Boot::replySize(words);
-    if (total >= Boot::replyCapacity)
+    if (total >= Boot::replyCapacity) {
         return false;
+    }
     const std::size_t rest = total - Boot::replyDataOffset;
-    if (port->read(replyBuffer.data() + Boot::replyDataOffset, rest) < rest)
+    if (port->read(replyBuffer.data() + Boot::replyDataOffset, rest) < rest) {
         return false;
+    }
     const std::span<const std::uint8_t> whole(replyBuffer.data(), total);
-    if (!Boot::isIntact(whole))
+    if (!Boot::isIntact(whole)) {
         return false;
+    }
     reply.assign(whole.begin(), whole.end());
     return true;
 }

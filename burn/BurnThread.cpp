@@ -75,10 +75,12 @@ BurnThread::BurnThread(QObject* parent, ClientFactory clientFactory, Clock clock
     , makeClient(std::move(clientFactory))
     , now(std::move(clock))
 {
-    if (!makeClient)
+    if (!makeClient) {
         makeClient = [] { return std::make_shared<BootloaderClient>(); };
-    if (!now)
+    }
+    if (!now) {
         now = [] { return QDeadlineTimer::current(Qt::CoarseTimer); };
+    }
 }
 
 BurnThread::~BurnThread() = default;
@@ -94,8 +96,9 @@ void BurnThread::startBurn(const QString& port, const QString& file)
 void BurnThread::stopBurn()
 {
     // The reference is gone before the wait, so that the port is closed in any case when the wait ends.
-    if (const auto running = cancelHandle.take())
+    if (const auto running = cancelHandle.take()) {
         running->cancel();
+    }
     requestInterruption();
     wait(QDeadlineTimer(QDeadlineTimer::Forever));
 }
@@ -116,8 +119,9 @@ bool BurnThread::loadFirmware()
 {
     const bool loaded = firmware->load(fileName);
     const QString reason = loaded ? refusal() : firmware->errorText;
-    if (loaded && reason.isEmpty())
+    if (loaded && reason.isEmpty()) {
         return true;
+    }
     postError(tr("Can't open input file. %1").arg(reason));
     return false;
 }
@@ -125,10 +129,12 @@ bool BurnThread::loadFirmware()
 /// Why a firmware file that was read well must not be burned; empty when it may.
 QString BurnThread::refusal() const
 {
-    if (const auto address = firmware->image.firstDataAbove(lastAddress))
+    if (const auto address = firmware->image.firstDataAbove(lastAddress)) {
         return tr("Data at address 0x%1 is out of reach of the bootloader").arg(*address, 0, 16);
-    if (firmware->baudrate <= 0)
+    }
+    if (firmware->baudrate <= 0) {
         return tr("A baud rate of %1 is not possible").arg(firmware->baudrate);
+    }
     return {};
 }
 
@@ -136,8 +142,9 @@ bool BurnThread::openPort()
 {
     postLog(tr("Uploading firmware: '%1' %2").arg(firmware->target, firmware->version));
     client->echoOn = firmware->link == echoLink;
-    if (client->open(portName.toStdString(), static_cast<std::uint32_t>(firmware->baudrate)))
+    if (client->open(portName.toStdString(), static_cast<std::uint32_t>(firmware->baudrate))) {
         return true;
+    }
     postError(tr("Can't open serial port '%1'. %2").arg(portName, QString::fromStdWString(client->errorString())));
     return false;
 }
@@ -146,10 +153,12 @@ BurnThread::Outcome BurnThread::walkStates()
 {
     succeeded = false;
     setState(State::WaitDevice);
-    while (!isInterruptionRequested())
+    while (!isInterruptionRequested()) {
         (this->*rowOf(state).step)();
-    if (state == State::Finished)
+    }
+    if (state == State::Finished) {
         return succeeded ? Outcome::Succeeded : Outcome::Failed;
+    }
     postLog(tr("Operation cancelled by user"));
     return Outcome::Cancelled;
 }
@@ -173,8 +182,9 @@ void BurnThread::setState(State newState)
         postRange(static_cast<std::int32_t>(first), static_cast<std::int32_t>(last));
     }
     for (const char* line : row.log) {
-        if (line != nullptr)
+        if (line != nullptr) {
             postLog(tr(line).replace(QStringLiteral("%1"), portName));
+        }
     }
 }
 
@@ -185,8 +195,9 @@ void BurnThread::finishedStep()
 
 void BurnThread::waitDeviceStep()
 {
-    if (!client->readVersion())
+    if (!client->readVersion()) {
         return;
+    }
     const auto versionLine = [](const QString& text, const BootVersion& version) {
         return text.arg(version.major).arg(version.minor).arg(version.patch);
     };
@@ -202,8 +213,9 @@ void BurnThread::waitDeviceStep()
 
 void BurnThread::powerupDelayStep()
 {
-    if (now() >= deadline)
+    if (now() >= deadline) {
         setState(State::Erase);
+    }
     const std::int64_t remainingMs = std::max<std::int64_t>(deadline - now(), 0);
     postValue(static_cast<std::int32_t>(powerupDelayMs - remainingMs));
     client->ping();
@@ -211,19 +223,22 @@ void BurnThread::powerupDelayStep()
 
 void BurnThread::eraseStep()
 {
-    if (!mayGoOn())
+    if (!mayGoOn()) {
         return;
+    }
     advance = client->eraseMemory();
-    if (!advance)
+    if (!advance) {
         return;
+    }
     postLog(tr("Erase successful"));
     setState(State::BlankCheck);
 }
 
 void BurnThread::blankCheckStep()
 {
-    if (!mayGoOn())
+    if (!mayGoOn()) {
         return;
+    }
     if (!takeBlock()) {
         postLog(tr("Blank check complete, device is blank"));
         setState(State::Program);
@@ -241,8 +256,9 @@ void BurnThread::blankCheckStep()
 
 void BurnThread::programStep()
 {
-    if (!mayGoOn())
+    if (!mayGoOn()) {
         return;
+    }
     if (!takeBlock()) {
         postLog(tr("Programming complete"));
         setState(State::Verify);
@@ -251,14 +267,16 @@ void BurnThread::programStep()
     const BlockScanner& block = firmware->scanner;
     postValue(static_cast<std::int32_t>(block.address));
     advance = client->writeBlock(block.address, {block.data.begin(), block.data.end()});
-    if (!advance)
+    if (!advance) {
         postError(withBlock(tr("Error while writing memory block %1:%2")));
+    }
 }
 
 void BurnThread::verifyStep()
 {
-    if (!mayGoOn())
+    if (!mayGoOn()) {
         return;
+    }
     if (!takeBlock()) {
         closeVerification();
         return;
@@ -267,11 +285,12 @@ void BurnThread::verifyStep()
     postValue(static_cast<std::int32_t>(block.address));
     const auto readBack = client->readBlock(block.address, static_cast<std::uint64_t>(block.data.size()));
     advance = !readBack.empty();
-    if (!advance)
+    if (!advance) {
         postError(withBlock(tr("Error while verifying %1:%2")));
-    else
+    } else {
         judgeBlock(std::equal(readBack.begin(), readBack.end(), block.data.begin(), block.data.end(),
             [](std::uint8_t read, char written) { return read == static_cast<std::uint8_t>(written); }));
+    }
 }
 
 /// Takes the result of comparing the present block. One that differs gets a second look on a quiet line, since what
@@ -323,8 +342,9 @@ bool BurnThread::mayGoOn()
 bool BurnThread::takeBlock()
 {
     BlockScanner& block = firmware->scanner;
-    if (advance && !block.next(blockSize))
+    if (advance && !block.next(blockSize)) {
         return false;
+    }
     // A block of full length may end in unused bytes behind the last address, which would wrap onto the first ones.
     block.data.truncate(qsizetype{lastAddress} + 1 - block.address);
     return true;

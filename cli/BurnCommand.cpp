@@ -26,8 +26,9 @@ std::optional<std::chrono::seconds> parseSeconds(const QString& text)
 {
     bool valid = false;
     const uint seconds = text.toUInt(&valid, 10);
-    if (!valid || seconds == 0 || seconds > longestTimeout)
+    if (!valid || seconds == 0 || seconds > longestTimeout) {
         return std::nullopt;
+    }
     return std::chrono::seconds(seconds);
 }
 
@@ -46,25 +47,29 @@ ExitStatus burnCommand(const QStringList& arguments)
     parser.addOptions({portOption, timeoutOption, helpOption});
     parser.addPositionalArgument("FILE", "The firmware file.");
 
-    if (!parser.parse(QStringList("tavimora-cli burn") + arguments))
+    if (!parser.parse(QStringList("tavimora-cli burn") + arguments)) {
         return usageError(parser.errorText());
+    }
     if (parser.isSet(helpOption)) {
         std::fputs(usage, stdout);
         // Its first line would be a usage that knows neither the command nor what is required.
         std::fputs(qPrintable(parser.helpText().section(u'\n', 1)), stdout);
         return ExitStatus::Success;
     }
-    if (parser.value(portOption).isEmpty())
+    if (parser.value(portOption).isEmpty()) {
         return usageError("no port is given (\"tavimora-cli ports\" lists them)");
-    if (parser.positionalArguments().size() != 1)
+    }
+    if (parser.positionalArguments().size() != 1) {
         return usageError("exactly one firmware file is wanted");
+    }
     std::optional<std::chrono::seconds> timeout;
     if (parser.isSet(timeoutOption)) {
         timeout = parseSeconds(parser.value(timeoutOption));
-        if (!timeout)
+        if (!timeout) {
             return usageError(QString("the time-out is \"%1\", not a whole number of seconds from 1 to %2")
                                   .arg(parser.value(timeoutOption))
                                   .arg(longestTimeout));
+        }
     }
     return BurnConsole(timeout).run(parser.value(portOption), parser.positionalArguments().constFirst());
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cli/ExitStatus.h"
+#include "support/ExitStatus.h"
 
 #include <QStringList>
 

@@ -33,8 +33,9 @@ BurnConsole::BurnConsole(std::optional<std::chrono::seconds> deviceTimeout, QObj
 
 BurnConsole::~BurnConsole()
 {
-    if (burnThread.isRunning())
+    if (burnThread.isRunning()) {
         burnThread.stopBurn();
+    }
 }
 
 ExitStatus BurnConsole::run(const QString& portName, const QString& fileName)
@@ -64,10 +65,11 @@ void BurnConsole::customEvent(QEvent* event)
 {
     if (event->type() == BurnMessageEvent::eventType) {
         const auto* message = static_cast<BurnMessageEvent*>(event);
-        if (message->kind == MessageKind::Status)
+        if (message->kind == MessageKind::Status) {
             enterState(message->text);
-        else
+        } else {
             printLine(message->text);
+        }
     } else if (event->type() == BurnProgressEvent::eventType) {
         const auto* progress = static_cast<BurnProgressEvent*>(event);
         switch (progress->kind) {
@@ -85,8 +87,9 @@ void BurnConsole::customEvent(QEvent* event)
         }
     }
     // A burn that goes wrong without end may post events faster than they can be printed.
-    if (stopSignal)
+    if (stopSignal) {
         stopSignal->check();
+    }
 }
 
 void BurnConsole::printLine(const QString& text)
@@ -95,8 +98,9 @@ void BurnConsole::printLine(const QString& text)
     const QByteArray line = plainText(text).toLocal8Bit() + '\n';
     std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stdout);
     // A reader that has gone away has seen what it wanted to see.
-    if (std::fflush(stdout) != 0 && errno != EPIPE && !std::exchange(logLost, true))
+    if (std::fflush(stdout) != 0 && errno != EPIPE && !std::exchange(logLost, true)) {
         std::perror("tavimora-cli burn: the log cannot be written");
+    }
 }
 
 void BurnConsole::enterState(const QString& name)
@@ -104,18 +108,20 @@ void BurnConsole::enterState(const QString& name)
     bar.setLabel(name);
     // The first state of a burn is the wait for the device; whatever follows is reached only with one.
     ++statesEntered;
-    if (statesEntered == 1 && deviceLimit)
+    if (statesEntered == 1 && deviceLimit) {
         deviceTimer.start(*deviceLimit);
-    else
+    } else {
         deviceTimer.stop();
+    }
 }
 
 void BurnConsole::onDeviceTimeout()
 {
     // The device's answer may have come in time and still be on its way to this thread.
     QCoreApplication::sendPostedEvents(this);
-    if (statesEntered == 1)
+    if (statesEntered == 1) {
         stop(ExitStatus::NoDevice);
+    }
 }
 
 void BurnConsole::onStopSignal()
@@ -126,8 +132,9 @@ void BurnConsole::onStopSignal()
 void BurnConsole::stop(ExitStatus reason)
 {
     deviceTimer.stop();
-    if (!burnThread.isRunning())
+    if (!burnThread.isRunning()) {
         return;
+    }
     stopReason = reason;
     burnThread.stopBurn();
 }

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "burn/BurnThread.h"
-#include "cli/ExitStatus.h"
 #include "cli/ProgressBar.h"
 #include "cli/StopSignal.h"
+#include "support/ExitStatus.h"
 
 #include <QObject>
 #include <QString>

@@ -1,7 +1,7 @@
 #include "cli/PortsCommand.h"
 
-#include "serial/PortEnumerator.h"
 #include "cli/Terminal.h"
+#include "serial/PortEnumerator.h"
 
 #include <QString>
 #include <QStringList>
@@ -16,8 +16,9 @@ QString text(const std::wstring& wide)
 
 QString idsOf(const PortInfo& port)
 {
-    if (port.vendorId == 0 && port.productId == 0)
+    if (port.vendorId == 0 && port.productId == 0) {
         return QString();
+    }
     return QStringLiteral("%1:%2")
         .arg(port.vendorId, 4, 16, QLatin1Char('0'))
         .arg(port.productId, 4, 16, QLatin1Char('0'));
@@ -27,8 +28,9 @@ QString idsOf(const PortInfo& port)
 
 ExitStatus listPorts(QTextStream& out, bool toTerminal)
 {
-    if (toTerminal)
+    if (toTerminal) {
         out << "Port\tDescription\tManufacturer\tSerial number\tIds\n";
+    }
     for (const PortInfo& port : availablePorts()) {
         const QStringList fields = {
             text(port.portName), text(port.description), text(port.manufacturer), text(port.serialNumber), idsOf(port)};

@@ -53,16 +53,18 @@ void ProgressBar::setValue(int position)
 
 void ProgressBar::clear()
 {
-    if (shown.isEmpty())
+    if (shown.isEmpty()) {
         return;
+    }
     writeNow("\r" + QByteArray(shown.size(), ' ') + "\r");
     shown.clear();
 }
 
 void ProgressBar::draw()
 {
-    if (!terminal)
+    if (!terminal) {
         return;
+    }
     if (label.isEmpty()) {
         clear();
         return;
@@ -75,8 +77,9 @@ void ProgressBar::draw()
     const qsizetype width = std::clamp<qsizetype>(room - 1 - text.size(), 0, widestBar);
     const auto filled = static_cast<qsizetype>(done * width / range);
     const QString line = ('[' + QString(filled, u'#') + QString(width - filled, u'.') + text).left(room);
-    if (line == shown)
+    if (line == shown) {
         return;
+    }
     const qsizetype leftOver = std::max<qsizetype>(shown.size() - line.size(), 0);
     writeNow("\r" + line.toLocal8Bit() + QByteArray(leftOver, ' '));
     shown = line;

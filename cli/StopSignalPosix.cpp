@@ -33,8 +33,9 @@ struct StopSignal::Watch {
     explicit Watch(std::function<void()> onStop)
         : handler(std::move(onStop))
     {
-        if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
             return;
+        }
         wakeUpEnd = ends[1];
         notifier = std::make_unique<QSocketNotifier>(ends[0], QSocketNotifier::Read);
         QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [this] { check(); });
@@ -44,8 +45,9 @@ struct StopSignal::Watch {
         for (std::size_t i = 0; i < stopSignals.size(); ++i) {
             sigaction(stopSignals[i], nullptr, &earlier[i]);
             // Under nohup a burn outlives its terminal.
-            if (stopSignals[i] != SIGHUP || earlier[i].sa_handler != SIG_IGN)
+            if (stopSignals[i] != SIGHUP || earlier[i].sa_handler != SIG_IGN) {
                 sigaction(stopSignals[i], &action, nullptr);
+            }
         }
         // A reader of the log that goes away must not end the program in the middle of an erase.
         action.sa_handler = SIG_IGN;
@@ -57,10 +59,12 @@ struct StopSignal::Watch {
 
     ~Watch()
     {
-        if (!notifier)
+        if (!notifier) {
             return;
-        for (std::size_t i = 0; i < stopSignals.size(); ++i)
+        }
+        for (std::size_t i = 0; i < stopSignals.size(); ++i) {
             sigaction(stopSignals[i], &earlier[i], nullptr);
+        }
         sigaction(SIGPIPE, &earlierPipe, nullptr);
         wakeUpEnd = -1;
         notifier.reset();
@@ -71,8 +75,9 @@ struct StopSignal::Watch {
     void check()
     {
         std::array<char, 16> bytes{};
-        if (read(ends[0], bytes.data(), bytes.size()) > 0)
+        if (read(ends[0], bytes.data(), bytes.size()) > 0) {
             handler();
+        }
     }
 
     std::function<void()> handler;

@@ -28,8 +28,9 @@ struct StopSignal::Watch {
     static BOOL WINAPI onControl(DWORD /*event*/)
     {
         const Watch* watch = current.load();
-        if (watch == nullptr)
+        if (watch == nullptr) {
             return FALSE;
+        }
         QMetaObject::invokeMethod(QCoreApplication::instance(), watch->handler, Qt::QueuedConnection);
         return TRUE;
     }

@@ -46,10 +46,12 @@ void openStandardStreams()
     // The lowest free descriptor is the one that an open gets (POSIX.1-2017, 2.14).
     while (true) {
         const int descriptor = open("/dev/null", O_RDWR);
-        if (descriptor > STDERR_FILENO)
+        if (descriptor > STDERR_FILENO) {
             close(descriptor);
-        if (descriptor < 0 || descriptor > STDERR_FILENO)
+        }
+        if (descriptor < 0 || descriptor > STDERR_FILENO) {
             return;
+        }
     }
 #endif
 }

@@ -18,8 +18,9 @@ constexpr const char* usage = "usage: tavimora-cli ports\n"
 ExitStatus runCommand(const QStringList& arguments)
 {
     const QString command = arguments.value(0);
-    if (command == u"burn")
+    if (command == u"burn") {
         return burnCommand(arguments.mid(1));
+    }
     if (command == u"ports" && arguments.size() == 1) {
         QTextStream out(stdout);
         return listPorts(out, isTerminal(stdout));

@@ -84,8 +84,9 @@ DeviceApi::DeviceSet DeviceApiWin::getClassDevs(const Guid& classGuid, std::uint
 bool DeviceApiWin::enumDeviceInfo(DeviceSet set, std::uint32_t index, Device& device)
 {
     SP_DEVINFO_DATA record = systemRecord({});
-    if (!SetupDiEnumDeviceInfo(set.handle, index, &record))
+    if (!SetupDiEnumDeviceInfo(set.handle, index, &record)) {
         return false;
+    }
     device = deviceOf(record);
     return true;
 }

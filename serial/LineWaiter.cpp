@@ -23,8 +23,9 @@ LineWaiter::LineWaiter()
     // slack, 50 microseconds and more, which is five characters at 921600 baud.
     , timer(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK))
 {
-    if (!cancelEvent.isValid() || !timer.isValid())
+    if (!cancelEvent.isValid() || !timer.isValid()) {
         constructionError = errno;
+    }
 }
 
 void LineWaiter::cancel()
@@ -51,11 +52,13 @@ LineWaiter::Wake LineWaiter::wait(int line, short events, Clock::time_point dead
     // poll() passes over negative descriptors.
     std::array<pollfd, 3> entries{{{line, events, 0}, {cancelEvent.get(), POLLIN, 0}, {timer.get(), POLLIN, 0}}};
     while (::poll(entries.data(), entries.size(), -1) < 0) {
-        if (errno != EINTR && errno != EAGAIN)
+        if (errno != EINTR && errno != EAGAIN) {
             return Wake::Deadline;
+        }
     }
-    if (isSignalled(entries[0]))
+    if (isSignalled(entries[0])) {
         return Wake::Line;
+    }
     return isSignalled(entries[1]) ? Wake::Cancel : Wake::Deadline;
 }
 

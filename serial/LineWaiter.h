@@ -1,6 +1,6 @@
 #pragma once
 
-#include "serial/FileDescriptor.h"
+#include "support/FileDescriptor.h"
 
 #include <chrono>
 

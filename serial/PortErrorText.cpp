@@ -13,8 +13,9 @@ namespace
 std::wstring widen(const std::string& text)
 {
     std::wstring wide;
-    for (const char character : text)
+    for (const char character : text) {
         wide += static_cast<wchar_t>(static_cast<unsigned char>(character));
+    }
     return wide;
 }
 
@@ -24,21 +25,24 @@ std::string groupWithAccess(const std::string& path)
     constexpr mode_t groupAccess = S_IRGRP | S_IWGRP;
     struct stat status {
     };
-    if (::stat(path.c_str(), &status) != 0 || (status.st_mode & groupAccess) != groupAccess)
+    if (::stat(path.c_str(), &status) != 0 || (status.st_mode & groupAccess) != groupAccess) {
         return {};
+    }
     std::array<char, 4096> text{};
     group entry{};
     group* found = nullptr;
-    if (::getgrgid_r(status.st_gid, &entry, text.data(), text.size(), &found) != 0 || found == nullptr)
+    if (::getgrgid_r(status.st_gid, &entry, text.data(), text.size(), &found) != 0 || found == nullptr) {
         return {};
+    }
     return found->gr_name;
 }
 
 std::wstring permissionText(const std::string& path)
 {
     const std::string owners = groupWithAccess(path);
-    if (owners.empty())
+    if (owners.empty()) {
         return L"You have no permission to use this port.";
+    }
     return L"You have no permission to use this port. It is open to the group " + widen(owners) +
            L": add yourself to it, log out and log in again.";
 }
@@ -75,7 +79,8 @@ std::wstring portErrorText(int code, const std::string& path, const PortSettings
         break;
     }
     // Unlike strerror() neither translated nor shared between threads.
-    if (const char* description = ::strerrordesc_np(code))
+    if (const char* description = ::strerrordesc_np(code)) {
         return widen(description);
+    }
     return L"Error " + std::to_wstring(code) + L": <unknown error>";
 }

@@ -21,12 +21,15 @@ bool isLowSurrogate(char16_t unit)
 std::optional<std::uint16_t> digitValue(char16_t character)
 {
     const int low = character & 0xFF;
-    if (low >= '0' && low <= '9')
+    if (low >= '0' && low <= '9') {
         return static_cast<std::uint16_t>(low - '0');
-    if (low >= 'a' && low <= 'f')
+    }
+    if (low >= 'a' && low <= 'f') {
         return static_cast<std::uint16_t>(low - 'a' + 10);
-    if (low >= 'A' && low <= 'F')
+    }
+    if (low >= 'A' && low <= 'F') {
         return static_cast<std::uint16_t>(low - 'A' + 10);
+    }
     return std::nullopt;
 }
 
@@ -42,11 +45,13 @@ std::u16string_view usbSerialNumber(std::u16string_view identifier)
 std::u16string_view ftdiSerialNumber(std::u16string_view identifier)
 {
     const std::size_t plus = identifier.rfind(u'+');
-    if (plus == std::u16string_view::npos)
+    if (plus == std::u16string_view::npos) {
         return {};
+    }
     const std::size_t end = identifier.find(u'\\', plus);
-    if (end == std::u16string_view::npos)
+    if (end == std::u16string_view::npos) {
         return {};
+    }
     return identifier.substr(plus + 1, end - plus - 1);
 }
 
@@ -95,13 +100,15 @@ void appendNewNames(std::vector<PortInfo>& ports, const std::vector<std::wstring
 std::optional<std::uint16_t> parseDeviceIdentifier(std::u16string_view identifier, std::u16string_view prefix)
 {
     const std::size_t position = identifier.find(prefix);
-    if (position == std::u16string_view::npos)
+    if (position == std::u16string_view::npos) {
         return std::nullopt;
+    }
     std::optional<std::uint16_t> number;
     for (const char16_t character : identifier.substr(position + prefix.size(), identifierDigits)) {
         const std::optional<std::uint16_t> digit = digitValue(character);
-        if (!digit)
+        if (!digit) {
             break;
+        }
         number = static_cast<std::uint16_t>(number.value_or(0) * 16 + *digit);
     }
     return number;
@@ -109,9 +116,11 @@ std::optional<std::uint16_t> parseDeviceIdentifier(std::u16string_view identifie
 
 std::u16string_view parseSerialNumber(std::u16string_view identifier)
 {
-    if (identifier.starts_with(u"USB\\"))
+    if (identifier.starts_with(u"USB\\")) {
         return usbSerialNumber(identifier);
-    if (identifier.starts_with(u"FTDIBUS\\"))
+    }
+    if (identifier.starts_with(u"FTDIBUS\\")) {
         return ftdiSerialNumber(identifier);
+    }
     return {};
 }

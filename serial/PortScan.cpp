@@ -28,8 +28,9 @@ public:
     }
     ~Owned()
     {
-        if (*this)
+        if (*this) {
             (api.*release)(handle);
+        }
     }
     Owned(const Owned&) = delete;
     Owned(Owned&&) = delete;
@@ -88,10 +89,12 @@ std::u16string readNameValue(DeviceApi& api, DeviceApi::Key key, const char16_t*
         buffer.makeRoom();
         result = api.queryValue(key, valueName, type, buffer.data(), buffer.size);
     }
-    if (result == DeviceApi::success && type == DeviceApi::stringType)
+    if (result == DeviceApi::success && type == DeviceApi::stringType) {
         return buffer.text();
-    if (result == DeviceApi::success && type == DeviceApi::numberType)
+    }
+    if (result == DeviceApi::success && type == DeviceApi::numberType) {
         return u"COM" + buffer.decimal();
+    }
     return {};
 }
 
@@ -99,8 +102,9 @@ std::u16string readNameValue(DeviceApi& api, DeviceApi::Key key, const char16_t*
 std::u16string readIdentifier(DeviceApi& api, DeviceApi::Instance instance)
 {
     std::array<char16_t, identifierLength + 1> buffer = {};
-    if (api.getDeviceId(instance, buffer.data(), identifierLength) != DeviceApi::success)
+    if (api.getDeviceId(instance, buffer.data(), identifierLength) != DeviceApi::success) {
         return {};
+    }
     return textUpToZero(buffer.data(), buffer.size());
 }
 
@@ -130,8 +134,9 @@ void appendPortsOf(DeviceApi& api, DeviceApi::DeviceSet set, std::vector<PortInf
     for (std::uint32_t index = 0; api.enumDeviceInfo(set, index, device); ++index) {
         const std::u16string name = readPortName(api, set, device);
         const std::wstring portName = toWide(name);
-        if (isPortNameAdmitted(name) && !hasPort(ports, portName))
+        if (isPortNameAdmitted(name) && !hasPort(ports, portName)) {
             ports.push_back(describe(api, set, device, portName));
+        }
     }
 }
 
@@ -142,8 +147,9 @@ std::vector<PortInfo> scanPorts(DeviceApi& api)
     std::vector<PortInfo> ports;
     for (const PortDeviceClass& deviceClass : portDeviceClasses) {
         const OpenSet set(api, api.getClassDevs(deviceClass.guid, deviceClass.flags));
-        if (!set)
+        if (!set) {
             return ports;
+        }
         appendPortsOf(api, set.get(), ports);
     }
     appendNewNames(ports, readSerialCommPorts(api));
@@ -153,8 +159,9 @@ std::vector<PortInfo> scanPorts(DeviceApi& api)
 std::u16string readPortName(DeviceApi& api, DeviceApi::DeviceSet set, const DeviceApi::Device& device)
 {
     const OpenKey key(api, api.openDevRegKey(set, device));
-    if (!key)
+    if (!key) {
         return {};
+    }
     std::u16string name = readNameValue(api, key.get(), u"PortName");
     return name.empty() ? readNameValue(api, key.get(), u"PortNumber") : name;
 }
@@ -167,8 +174,9 @@ std::u16string readDeviceProperty(
     std::uint32_t required = 0;
     while (!api.getDeviceRegistryProperty(set, device, property, type, buffer.data(), buffer.size, required)) {
         const bool isText = type == DeviceApi::stringType || type == DeviceApi::expandableStringType;
-        if (api.lastError() != DeviceApi::insufficientBuffer || !isText)
+        if (api.lastError() != DeviceApi::insufficientBuffer || !isText) {
             return {};
+        }
         buffer.size = required;
         buffer.makeRoom();
     }
@@ -179,8 +187,9 @@ std::vector<std::wstring> readSerialCommPorts(DeviceApi& api)
 {
     std::vector<std::wstring> names;
     DeviceApi::Key opened;
-    if (api.openKey(u"HARDWARE\\DEVICEMAP\\SERIALCOMM", opened) != DeviceApi::success)
+    if (api.openKey(u"HARDWARE\\DEVICEMAP\\SERIALCOMM", opened) != DeviceApi::success) {
         return names;
+    }
     const OpenKey key(api, opened);
     std::vector<char16_t> valueName(valueNameLength);
     SizedBuffer buffer;
@@ -204,18 +213,22 @@ std::u16string findSerialNumber(DeviceApi& api, std::u16string identifier, Devic
 {
     for (;;) {
         const std::u16string_view serialNumber = parseSerialNumber(identifier);
-        if (!serialNumber.empty())
+        if (!serialNumber.empty()) {
             return std::u16string(serialNumber);
+        }
         std::uint32_t status = 0;
         std::uint32_t problem = 0;
-        if (api.getDevNodeStatus(status, problem, instance) != DeviceApi::success)
+        if (api.getDevNodeStatus(status, problem, instance) != DeviceApi::success) {
             return {};
+        }
         DeviceApi::Instance parent = 0;
-        if (api.getParent(parent, instance) != DeviceApi::success || parent == 0)
+        if (api.getParent(parent, instance) != DeviceApi::success || parent == 0) {
             return {};
+        }
         instance = parent;
         identifier = readIdentifier(api, instance);
-        if (identifier.empty())
+        if (identifier.empty()) {
             return {};
+        }
     }
 }

@@ -14,10 +14,12 @@ namespace
 
 QIcon iconFor(const QString& text)
 {
-    if (text.contains(QLatin1String("usb"), Qt::CaseInsensitive))
+    if (text.contains(QLatin1String("usb"), Qt::CaseInsensitive)) {
         return QIcon(QStringLiteral(":icons/dev_usb.png"));
-    if (text.contains(QLatin1String("bluetooth"), Qt::CaseInsensitive))
+    }
+    if (text.contains(QLatin1String("bluetooth"), Qt::CaseInsensitive)) {
         return QIcon(QStringLiteral(":icons/dev_bluetooth.png"));
+    }
     return QIcon(QStringLiteral(":icons/dev_card.png"));
 }
 

@@ -26,23 +26,26 @@ void SerialPort::setPortName(const std::string& name)
 void SerialPort::setBaudRate(std::uint32_t bitsPerSecond)
 {
     settings.baudRate = bitsPerSecond;
-    if (isOpen())
+    if (isOpen()) {
         applySettings();
+    }
 }
 
 void SerialPort::setParity(PortParity value)
 {
     settings.parity = value;
-    if (isOpen())
+    if (isOpen()) {
         applySettings();
+    }
 }
 
 void SerialPort::setTimeouts(std::uint32_t writeMs, std::uint32_t readMs)
 {
     settings.writeTimeoutMs = writeMs;
     settings.readTimeoutMs = readMs;
-    if (isOpen())
+    if (isOpen()) {
         applyTimeouts();
+    }
 }
 
 std::size_t SerialPort::skip(std::size_t count)
@@ -52,8 +55,9 @@ std::size_t SerialPort::skip(std::size_t count)
     std::size_t dropped = 0;
     for (int tries = 0; tries < maximumTries; ++tries) {
         const std::size_t wanted = std::min(scratch.size(), count - dropped);
-        if (wanted == 0)
+        if (wanted == 0) {
             break;
+        }
         dropped += read(scratch.data(), wanted);
     }
     return dropped;

@@ -39,11 +39,13 @@ bool SerialPortPosix::open()
 {
     close();
     waiter.liftCancel();
-    if (!succeeded(waiter.error()))
+    if (!succeeded(waiter.error())) {
         return false;
+    }
     auto opened = std::make_unique<TerminalLine>();
-    if (!succeeded(opened->open(devicePath(settings.portName), settings)))
+    if (!succeeded(opened->open(devicePath(settings.portName), settings))) {
         return false;
+    }
     line = std::move(opened);
     return applyTimeouts();
 }
@@ -80,22 +82,25 @@ std::uint32_t SerialPortPosix::bytesAvailable() const
 
 std::size_t SerialPortPosix::write(const std::uint8_t* buffer, std::size_t size)
 {
-    if (buffer == nullptr || size == 0)
+    if (buffer == nullptr || size == 0) {
         return 0;
+    }
     if (!line) {
         succeeded(EBADF);
         return 0;
     }
     // Every write has to wait, be it for the time on the line.
-    if (waiter.isCancelled())
+    if (waiter.isCancelled()) {
         return 0;
+    }
 
     const auto start = Clock::now();
     const auto deadline = start + std::chrono::milliseconds(settings.writeTimeoutMs);
     std::size_t handedOver = 0;
     Transfer transfer = handOver(buffer, size, deadline, handedOver);
-    if (transfer == Transfer::Complete)
+    if (transfer == Transfer::Complete) {
         transfer = awaitDeparture(start + line->transmissionTime(size), deadline);
+    }
 
     switch (transfer) {
     case Transfer::Complete:
@@ -122,11 +127,13 @@ SerialPortPosix::Transfer SerialPortPosix::handOver(
 {
     for (;;) {
         const ssize_t count = ::write(line->descriptor(), buffer + handedOver, size - handedOver);
-        if (count < 0 && !isTemporary(errno))
+        if (count < 0 && !isTemporary(errno)) {
             return Transfer::HungUp;
+        }
         handedOver += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
-        if (handedOver == size)
+        if (handedOver == size) {
             return Transfer::Complete;
+        }
         switch (waiter.wait(line->descriptor(), POLLOUT, deadline)) {
         case LineWaiter::Wake::Line:
             break;
@@ -145,15 +152,19 @@ SerialPortPosix::Transfer SerialPortPosix::awaitDeparture(Clock::time_point expe
     auto wakeUp = expected;
     Clock::duration nap = shortestNap;
     for (;;) {
-        if (waiter.sleep(std::min(wakeUp, deadline)) == LineWaiter::Wake::Cancel)
+        if (waiter.sleep(std::min(wakeUp, deadline)) == LineWaiter::Wake::Cancel) {
             return Transfer::Cancelled;
+        }
         const auto unsent = line->unsentBytes();
-        if (!unsent)
+        if (!unsent) {
             return Transfer::HungUp;
-        if (*unsent == 0 && expected <= deadline)
+        }
+        if (*unsent == 0 && expected <= deadline) {
             return Transfer::Complete;
-        if (wakeUp >= deadline)
+        }
+        if (wakeUp >= deadline) {
             return Transfer::TimedOut;
+        }
         const Clock::duration needed = line->transmissionTime(*unsent);
         wakeUp = Clock::now() + std::max(nap, needed);
         nap = std::min<Clock::duration>(2 * nap, longestNap);
@@ -169,8 +180,9 @@ std::size_t SerialPortPosix::bytesThatLeft(std::size_t handedOver, Clock::durati
 
 std::size_t SerialPortPosix::read(std::uint8_t* buffer, std::size_t size)
 {
-    if (buffer == nullptr || size == 0)
+    if (buffer == nullptr || size == 0) {
         return 0;
+    }
     if (!line) {
         succeeded(EBADF);
         return 0;
@@ -184,8 +196,9 @@ std::size_t SerialPortPosix::read(std::uint8_t* buffer, std::size_t size)
             return waiter.sleep(deadline) == LineWaiter::Wake::Cancel ? 0 : received;
         }
         received += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
-        if (received == size)
+        if (received == size) {
             return received;
+        }
         switch (waiter.wait(line->descriptor(), POLLIN, deadline)) {
         case LineWaiter::Wake::Line:
             break;
@@ -210,7 +223,8 @@ bool SerialPortPosix::applyTimeouts()
 
 bool SerialPortPosix::succeeded(int code)
 {
-    if (code != 0)
+    if (code != 0) {
         lastError = portErrorText(code, devicePath(settings.portName), settings);
+    }
     return code == 0;
 }

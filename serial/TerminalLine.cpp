@@ -79,8 +79,9 @@ bool isPseudoTerminal(int descriptor)
 {
     struct stat status {
     };
-    if (::fstat(descriptor, &status) != 0)
+    if (::fstat(descriptor, &status) != 0) {
         return false;
+    }
     const auto number = major(status.st_rdev);
     return number >= firstPseudoTerminalMajor && number <= lastPseudoTerminalMajor;
 }
@@ -194,8 +195,9 @@ TerminalLine::TerminalLine() = default;
 
 TerminalLine::~TerminalLine()
 {
-    if (!claimed)
+    if (!claimed) {
         return;
+    }
     restore();
     // Both by hand: the flag stays on a terminal that others keep open, the lock with a process that was forked off.
     control(device.get(), TIOCNXCL);
@@ -206,15 +208,19 @@ int TerminalLine::open(const std::string& path, const PortSettings& settings)
 {
     // Non-blocking, so that the opening does not wait for a carrier.
     device = FileDescriptor(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    if (!device.isValid())
+    if (!device.isValid()) {
         return errno;
+    }
     pseudo = isPseudoTerminal(device.get());
-    if (const int error = claim())
+    if (const int error = claim()) {
         return error;
-    if (const int error = save())
+    }
+    if (const int error = save()) {
         return error;
-    if (const int error = apply(settings))
+    }
+    if (const int error = apply(settings)) {
         return error;
+    }
     askForLowLatency();
     return discard(true, true);
 }
@@ -222,16 +228,20 @@ int TerminalLine::open(const std::string& path, const PortSettings& settings)
 int TerminalLine::claim()
 {
     termios2 mode{};
-    if (const int error = control(device.get(), TCGETS2, &mode))
+    if (const int error = control(device.get(), TCGETS2, &mode)) {
         return error;
+    }
     // Not both ways are known to every program, and the exclusive mode does not stop root.
-    if (::flock(device.get(), LOCK_EX | LOCK_NB) != 0)
+    if (::flock(device.get(), LOCK_EX | LOCK_NB) != 0) {
         return errno == EWOULDBLOCK ? EBUSY : errno;
+    }
     int exclusive = 0;
-    if (control(device.get(), TIOCGEXCL, &exclusive) == 0 && exclusive != 0)
+    if (control(device.get(), TIOCGEXCL, &exclusive) == 0 && exclusive != 0) {
         return EBUSY;
-    if (const int error = control(device.get(), TIOCEXCL))
+    }
+    if (const int error = control(device.get(), TIOCEXCL)) {
         return error;
+    }
     claimed = true;
     return 0;
 }
@@ -239,33 +249,39 @@ int TerminalLine::claim()
 int TerminalLine::save()
 {
     auto present = std::make_unique<Original>();
-    if (const int error = control(device.get(), TCGETS2, &present->mode))
+    if (const int error = control(device.get(), TCGETS2, &present->mode)) {
         return error;
+    }
     int lines = 0;
-    if (control(device.get(), TIOCMGET, &lines) == 0)
+    if (control(device.get(), TIOCMGET, &lines) == 0) {
         present->modemLines = lines;
+    }
     original = std::move(present);
     return 0;
 }
 
 int TerminalLine::apply(const PortSettings& settings)
 {
-    if (settings.baudRate == 0 || settings.dataBits < 5 || settings.dataBits > 8)
+    if (settings.baudRate == 0 || settings.dataBits < 5 || settings.dataBits > 8) {
         return EINVAL;
+    }
     termios2 before{};
-    if (const int error = control(device.get(), TCGETS2, &before))
+    if (const int error = control(device.get(), TCGETS2, &before)) {
         return error;
+    }
     termios2 wanted = before;
     makeRaw(wanted);
     setFormat(wanted, settings);
     setRate(wanted, settings.baudRate);
-    if (const int error = control(device.get(), TCSETS2, &wanted))
+    if (const int error = control(device.get(), TCSETS2, &wanted)) {
         return error;
+    }
 
     // The setting succeeds when the driver took any part of it.
     termios2 taken{};
-    if (const int error = control(device.get(), TCGETS2, &taken))
+    if (const int error = control(device.get(), TCGETS2, &taken)) {
         return error;
+    }
     if (!pseudo && !isTaken(taken, wanted)) {
         control(device.get(), TCSETS2, &before);
         return EINVAL;
@@ -282,8 +298,9 @@ int TerminalLine::setModemLines(bool dtr, bool rts)
     for (const auto& [request, lines] : {std::pair(TIOCMBIC, lowered), std::pair(TIOCMBIS, raised)}) {
         const int error = lines == 0 ? 0 : control(device.get(), static_cast<unsigned long>(request), &lines);
         // What these two say is that there are no modem lines.
-        if (error != 0 && error != ENOTTY && error != EINVAL)
+        if (error != 0 && error != ENOTTY && error != EINVAL) {
             return error;
+        }
     }
     return 0;
 }
@@ -291,8 +308,9 @@ int TerminalLine::setModemLines(bool dtr, bool rts)
 void TerminalLine::askForLowLatency()
 {
     serial_struct driver{};
-    if (control(device.get(), TIOCGSERIAL, &driver) != 0 || (driver.flags & lowLatency) != 0)
+    if (control(device.get(), TIOCGSERIAL, &driver) != 0 || (driver.flags & lowLatency) != 0) {
         return;
+    }
     driver.flags |= lowLatency;
     original->latencyLowered = control(device.get(), TIOCSSERIAL, &driver) == 0;
 }
@@ -301,8 +319,9 @@ void TerminalLine::restore()
 {
     // First, since what is left unsent would go out at the old rate, or make the closing wait for it.
     discard(false, true);
-    if (original == nullptr)
+    if (original == nullptr) {
         return;
+    }
     serial_struct driver{};
     if (original->latencyLowered && control(device.get(), TIOCGSERIAL, &driver) == 0) {
         driver.flags &= ~lowLatency;
@@ -311,14 +330,16 @@ void TerminalLine::restore()
     control(device.get(), TCSETS2, &original->mode);
     // With HUPCL the kernel lowers both lines at the last close. To raise them for the moment until then would be a
     // pulse, and there are devices that are reset by one.
-    if (original->modemLines && (original->mode.c_cflag & HUPCL) == 0)
+    if (original->modemLines && (original->mode.c_cflag & HUPCL) == 0) {
         setModemLines((*original->modemLines & TIOCM_DTR) != 0, (*original->modemLines & TIOCM_RTS) != 0);
+    }
 }
 
 int TerminalLine::discard(bool input, bool output)
 {
-    if (!input && !output)
+    if (!input && !output) {
         return 0;
+    }
     const int queues = input && output ? TCIOFLUSH : input ? TCIFLUSH : TCOFLUSH;
     return control(device.get(), TCFLSH, queues);
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "serial/FileDescriptor.h"
 #include "serial/PortSettings.h"
+#include "support/FileDescriptor.h"
 
 #include <chrono>
 #include <cstddef>

@@ -69,8 +69,9 @@ QString firstOf(std::initializer_list<QByteArray> texts)
 {
     for (const QByteArray& bytes : texts) {
         QString text = QString::fromUtf8(bytes).trimmed();
-        if (!text.isEmpty())
+        if (!text.isEmpty()) {
             return text;
+        }
     }
     return QString();
 }
@@ -80,8 +81,9 @@ std::uint16_t firstNumberOf(std::initializer_list<QByteArray> texts)
     for (const QByteArray& text : texts) {
         bool isHex = false;
         const std::uint16_t number = text.toUShort(&isHex, 16);
-        if (isHex)
+        if (isHex) {
             return number;
+        }
     }
     return 0;
 }
@@ -94,10 +96,12 @@ void describeUsb(PortInfo& port, udev_device* terminal, udev_device* usb)
     // What tells the ports of a device apart that has several.
     const QString function = firstOf(
         {attribute(udev_device_get_parent_with_subsystem_devtype(terminal, "usb", "usb_interface"), "interface")});
-    if (!description.contains(function))
+    if (!description.contains(function)) {
         description += QLatin1String(", ") + function;
-    if (!description.contains(QLatin1String("usb"), Qt::CaseInsensitive))
+    }
+    if (!description.contains(QLatin1String("usb"), Qt::CaseInsensitive)) {
         description += QLatin1String(", USB");
+    }
     port.description = description.toStdWString();
     port.manufacturer =
         firstOf({attribute(usb, "manufacturer"), reportedString(terminal, "ID_VENDOR_ENC", "ID_VENDOR_ID"),
@@ -148,14 +152,15 @@ PortInfo describe(udev_device* terminal)
     PortInfo port;
     port.portName = QFile::decodeName(udev_device_get_devnode(terminal)).toStdWString();
     udev_device* usb = udev_device_get_parent_with_subsystem_devtype(terminal, "usb", "usb_device");
-    if (isBluetooth(terminal))
+    if (isBluetooth(terminal)) {
         describeBluetooth(port, terminal);
-    else if (usb || property(terminal, "ID_BUS") == "usb")
+    } else if (usb || property(terminal, "ID_BUS") == "usb") {
         describeUsb(port, terminal, usb);
-    else if (udev_device* pci = udev_device_get_parent_with_subsystem_devtype(terminal, "pci", nullptr))
+    } else if (udev_device* pci = udev_device_get_parent_with_subsystem_devtype(terminal, "pci", nullptr)) {
         describePci(port, pci);
-    else
+    } else {
         port.description = L"Serial port";
+    }
     return port;
 }
 
@@ -175,25 +180,29 @@ std::vector<PortInfo> udevPorts()
 {
     std::vector<PortInfo> ports;
     const Udev context(udev_new());
-    if (!context)
+    if (!context) {
         return ports;
+    }
     const UdevEnumeration enumeration(udev_enumerate_new(context.get()));
     // Without tty0 to tty63, the virtual consoles of the kernel, which take longer to look at than all the rest.
     if (!enumeration || udev_enumerate_add_match_subsystem(enumeration.get(), "tty") < 0 ||
         udev_enumerate_add_match_sysname(enumeration.get(), "tty[!0-9]*") < 0 ||
         udev_enumerate_add_match_sysname(enumeration.get(), "[!t]*") < 0 ||
-        udev_enumerate_scan_devices(enumeration.get()) < 0)
+        udev_enumerate_scan_devices(enumeration.get()) < 0) {
         return ports;
+    }
 
     udev_list_entry* entry = nullptr;
     udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumeration.get()))
     {
         const char* path = udev_list_entry_get_name(entry);
-        if (isVirtual(path))
+        if (isVirtual(path)) {
             continue;
+        }
         const UdevDevice terminal(udev_device_new_from_syspath(context.get(), path));
-        if (terminal && udev_device_get_devnode(terminal.get()) && !isPlaceholder(terminal.get()))
+        if (terminal && udev_device_get_devnode(terminal.get()) && !isPlaceholder(terminal.get())) {
             ports.push_back(describe(terminal.get()));
+        }
     }
     std::sort(ports.begin(), ports.end(), precedes);
     return ports;

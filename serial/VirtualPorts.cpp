@@ -25,8 +25,9 @@ QString userName()
     std::array<char, 4096> buffer = {};
     passwd record = {};
     passwd* found = nullptr;
-    if (getpwuid_r(geteuid(), &record, buffer.data(), buffer.size(), &found) != 0 || !found)
+    if (getpwuid_r(geteuid(), &record, buffer.data(), buffer.size(), &found) != 0 || !found) {
         return QString();
+    }
     return QString::fromLocal8Bit(found->pw_name);
 }
 
@@ -44,8 +45,9 @@ QString runtimeFolder()
 {
     for (const QString& folder :
         {qEnvironmentVariable("XDG_RUNTIME_DIR"), QDir::tempPath() + QLatin1String("/runtime-") + userName()}) {
-        if (isPrivateFolder(folder))
+        if (isPrivateFolder(folder)) {
             return folder;
+        }
     }
     return QString();
 }
@@ -53,11 +55,13 @@ QString runtimeFolder()
 bool isTerminal(const QString& path)
 {
     struct stat status = {};
-    if (stat(QFile::encodeName(path).constData(), &status) != 0 || !S_ISCHR(status.st_mode))
+    if (stat(QFile::encodeName(path).constData(), &status) != 0 || !S_ISCHR(status.st_mode)) {
         return false;
+    }
     const unsigned majorNumber = major(status.st_rdev);
-    if (majorNumber >= firstPtsMajor && majorNumber <= lastPtsMajor)
+    if (majorNumber >= firstPtsMajor && majorNumber <= lastPtsMajor) {
         return true;
+    }
     const QString subsystem =
         QStringLiteral("/sys/dev/char/%1:%2/subsystem").arg(majorNumber).arg(minor(status.st_rdev));
     return QFileInfo(QFile::symLinkTarget(subsystem)).fileName() == QLatin1String("tty");
@@ -69,13 +73,15 @@ std::vector<std::wstring> virtualPortNames()
 {
     std::vector<std::wstring> names;
     const QString runtime = runtimeFolder();
-    if (runtime.isEmpty())
+    if (runtime.isEmpty()) {
         return names;
+    }
     const QDir folder(runtime + QLatin1String("/serial"));
     const QDir::Filters everything = QDir::Files | QDir::System;
     for (const QFileInfo& entry : folder.entryInfoList(everything, QDir::Name)) {
-        if (entry.isSymLink() && isTerminal(entry.filePath()))
+        if (entry.isSymLink() && isTerminal(entry.filePath())) {
             names.push_back(entry.filePath().toStdWString());
+        }
     }
     return names;
 }

@@ -194,8 +194,9 @@ private Q_SLOTS:
         send(MessageKind(9), "nothing");
         send(MessageKind::Status, "State");
         for (const auto& [kind, value] : {std::pair{Kind::Maximum, 20}, {Kind::Minimum, 10}, {Kind::Value, 15},
-                 {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}})
+                 {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}}) {
             send(kind, value);
+        }
         QCOMPARE(window.log()->toPlainText(), "bold %1\n100%1");
         QVERIFY(window.log()->toHtml().contains("underline"));
         QCOMPARE(window.bar()->value(), 15);

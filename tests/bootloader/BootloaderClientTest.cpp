@@ -13,6 +13,7 @@ using Call = std::function<QByteArray(BootloaderClient&)>;
 
 namespace
 {
+
 Bytes bytes(const char* digits)
 {
     const QByteArray decoded = QByteArray::fromHex(digits);
@@ -70,6 +71,7 @@ struct Link {
         return static_cast<int>(std::chrono::round<milliseconds>(line->now - line->sent).count());
     }
 };
+
 } // namespace
 
 class BootloaderClientTest : public QObject
@@ -230,8 +232,9 @@ private Q_SLOTS:
             link.client.open("scripted", baudRate);
             return std::pair(link.line->opened.writeTimeoutMs, link.line->opened.readTimeoutMs);
         };
-        for (const std::uint32_t full : {0U, 57600U, 921600U, UINT32_MAX})
+        for (const std::uint32_t full : {0U, 57600U, 921600U, UINT32_MAX}) {
             QCOMPARE(limits(full), std::pair(500U, 100U));
+        }
         QCOMPARE(limits(1), std::pair(28'800'000U, 5'760'000U));
         QCOMPARE(limits(56000), std::pair(515U, 103U));
         QCOMPARE(limits(9600), std::pair(3000U, 600U));

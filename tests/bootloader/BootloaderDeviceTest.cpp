@@ -16,8 +16,9 @@ private Q_SLOTS:
     void program_data()
     {
         QTest::addColumn<int>("blocks");
-        for (const auto& [line, blocks] : {std::pair("9600", 2), {"57600", 8}, {"57600 echo", 4}, {"921600", 64}})
+        for (const auto& [line, blocks] : {std::pair("9600", 2), {"57600", 8}, {"57600 echo", 4}, {"921600", 64}}) {
             QTest::newRow(line) << blocks;
+        }
     }
 
     void program()
@@ -37,8 +38,9 @@ private Q_SLOTS:
         // A machine under load can hold up either end for longer than a reply may take: a step may be tried again.
         const auto eventually = [&](const auto& step) {
             bool done = step();
-            for (int attempt = 1; attempt < 5 && !done; ++attempt)
+            for (int attempt = 1; attempt < 5 && !done; ++attempt) {
                 done = client.resynchronise() && step();
+            }
             return done;
         };
         const auto reports = [&](bool blank) {

@@ -33,8 +33,9 @@ protected:
         } else if (event->type() == BurnProgressEvent::eventType) {
             const auto& progress = static_cast<const BurnProgressEvent&>(*event);
             line = QStringList{"V", "min", "max", "E"}.value(int(progress.kind)) + QString::number(progress.value);
-            if (delaying && line[0] == 'V' && progress.value >= delayValues.value(delayValues.size() - 1))
+            if (delaying && line[0] == 'V' && progress.value >= delayValues.value(delayValues.size() - 1)) {
                 return delayValues.push_back(progress.value);
+            }
         }
         delaying = line == "L Powerup delay...";
         lines += line;
@@ -92,13 +93,15 @@ QStringList expand(const QString& words)
             QRegularExpression("^" + word.section(':', -1) + " +(.*)$", QRegularExpression::MultilineOption)
                 .match(vocabulary)
                 .captured(1);
-        if (word.contains(':'))
+        if (word.contains(':')) {
             lines += entry + ' ' + blocks[word[0]][1];
-        else if (entry.isEmpty())
-            for (const QChar block : word)
+        } else if (entry.isEmpty()) {
+            for (const QChar block : word) {
                 lines += blocks.value(block, {"no such word: " + word})[0];
-        else
+            }
+        } else {
             lines += QStringList{"up", "written", "good"}.contains(word) ? expand(entry) : entry.split('|');
+        }
     }
     return lines;
 }
@@ -153,13 +156,15 @@ class BurnThreadTest : public QObject
 private Q_SLOTS:
     void wholeStream_data()
     {
-        for (const char* column : {"file", "script", "events", "requests", "outcome"})
+        for (const char* column : {"file", "script", "events", "requests", "outcome"}) {
             QTest::addColumn<QString>(column);
+        }
         for (const QString& line : QString(burns).split('\n', Qt::SkipEmptyParts)) {
             const QStringList cells = line.split('|');
             QTestData& row = QTest::newRow(cells[0].trimmed().toLatin1());
-            for (int i = 1; i < cells.size(); ++i)
+            for (int i = 1; i < cells.size(); ++i) {
                 row << cells[i];
+            }
         }
     }
 
@@ -173,12 +178,14 @@ private Q_SLOTS:
         std::atomic<bool> stopRequested = false;
         device.requestStop = [&] { stopRequested = true; };
         observer.onLine = [&](const QString& line) {
-            if (script == "at end" && line == "L <b>Complete</b>")
+            if (script == "at end" && line == "L <b>Complete</b>") {
                 stopRequested = true;
+            }
         };
         const auto stopAsRequested = [&] {
-            if (stopRequested.exchange(false))
+            if (stopRequested.exchange(false)) {
                 burn.stopBurn();
+            }
             return burn.isFinished();
         };
         const QMap<QString, QVector<ImagePart>> images = {{"empty", {}}, {"high", {{0x10004, "z"}}}};
@@ -199,10 +206,12 @@ private Q_SLOTS:
 
             QFETCH(const QString, events);
             QStringList expected = expand(events);
-            if (file == "empty")
+            if (file == "empty") {
                 expected.replaceInStrings("min6656", "min0").replaceInStrings("max65535", "max0");
-            for (int i = 0; i < std::max(expected.size(), observer.lines.size()); ++i)
+            }
+            for (int i = 0; i < std::max(expected.size(), observer.lines.size()); ++i) {
                 QCOMPARE(observer.lines.value(i, "nothing"), expected.value(i, "nothing"));
+            }
             QVERIFY(!expected.contains("V2000") ||
                     (observer.delayValues.size() > 20 && observer.delayValues.last() < 3000));
             QTEST(device.requests, "requests");

@@ -25,8 +25,9 @@ ScriptedDevice::ScriptedDevice(const QString& script, const std::wstring& openEr
 BurnThread::ClientFactory ScriptedDevice::clientFactory()
 {
     return [this] {
-        if (actions.contains("o1"))
+        if (actions.contains("o1")) {
             awaitStop(false);
+        }
         auto made = std::make_shared<BootloaderClient>(std::make_unique<ScriptedPort>(line), line->clock());
         client = made;
         return made;
@@ -43,8 +44,9 @@ void ScriptedDevice::restart()
 void ScriptedDevice::awaitStop(bool whileOpen)
 {
     requestStop();
-    while ((whileOpen && !line->cancelled) || !QThread::currentThread()->isInterruptionRequested())
+    while ((whileOpen && !line->cancelled) || !QThread::currentThread()->isInterruptionRequested()) {
         QThread::usleep(100);
+    }
 }
 
 Reply ScriptedDevice::serve(const ScriptedLine::Bytes& request)
@@ -53,16 +55,20 @@ Reply ScriptedDevice::serve(const ScriptedLine::Bytes& request)
         {0x1E, 'v'}, {0x1C, 'b'}, {0x16, 'e'}, {0x12, 'w'}, {0x14, 'r'}, {0x1A, 'x'}};
     const bool ping = request[1] == 0x1C && request[2] == 0xF0 && request[3] == 0xFF;
     const char letter = ping ? 'p' : letters[request[1]];
-    if (!ping || !requests.endsWith('p'))
+    if (!ping || !requests.endsWith('p')) {
         requests += letter;
+    }
     const QString every = QString(letter) + '*';
     const QString action = actions.value(letter + QString::number(++counts[letter]), actions.value(every));
-    if (action == "s")
+    if (action == "s") {
         awaitStop(true);
-    if (action == "-" || action == "s")
+    }
+    if (action == "-" || action == "s") {
         return {};
-    if (action == "x" || action == "d")
+    }
+    if (action == "x" || action == "d") {
         return {{static_cast<std::uint8_t>(action == "x" ? 0xA0 : 0x70)}};
+    }
     Reply reply = obey(letter, request);
     if (action == "b") {
         reply.bytes[6] ^= 1;
@@ -101,8 +107,9 @@ Reply ScriptedDevice::obey(char letter, const ScriptedLine::Bytes& request)
 QString writeFirmware(const QString& folder, const QVector<ImagePart>& image, int device, int baudrate)
 {
     QFile file(folder + "/firmware.txt");
-    if (file.open(QIODevice::WriteOnly))
+    if (file.open(QIODevice::WriteOnly)) {
         file.write(fwpack::makePackage(
             {static_cast<std::uint16_t>(device), "1.2%1", "Board %2", baudrate, 0}, hexText(image)));
+    }
     return file.fileName();
 }

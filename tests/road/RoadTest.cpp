@@ -27,8 +27,9 @@ QByteArray someBytes(int count, quint32 seed)
 {
     QRandomGenerator generator(seed);
     QByteArray bytes(count, '\0');
-    for (char& byte : bytes)
+    for (char& byte : bytes) {
         byte = static_cast<char>(generator.generate());
+    }
     return bytes;
 }
 
@@ -47,8 +48,9 @@ Image holes(quint32 from, quint32 to, quint32 seed)
 QByteArray memoryWith(const Image& image, char filler = '\xFF')
 {
     QByteArray memory(memorySize, filler);
-    for (const auto& [address, data] : image)
+    for (const auto& [address, data] : image) {
         memory.replace(static_cast<qsizetype>(address), data.size(), data);
+    }
     return memory;
 }
 
@@ -148,8 +150,9 @@ public:
     bool start()
     {
         if (!write(memoryFile(), memoryWith({}, '\0')) ||
-            !(road.image.empty() ? write(firmware(), emptyFirmware) : pack()))
+            !(road.image.empty() ? write(firmware(), emptyFirmware) : pack())) {
             return false;
+        }
         return startDevice() && startBurn();
     }
 
@@ -185,20 +188,24 @@ public:
     {
         burn.waitForReadyRead(20);
         log += QString::fromUtf8(burn.readAll());
-        if (stopDue < 0 && !road.stopAt.isEmpty() && matches(road.stopAt))
+        if (stopDue < 0 && !road.stopAt.isEmpty() && matches(road.stopAt)) {
             stopDue = clock.elapsed() + 700;
+        }
         if (stopSent < 0 && stopDue >= 0 && clock.elapsed() >= stopDue) {
             stopSent = clock.elapsed();
             burn.terminate();
         }
-        if (clock.elapsed() > roadLimitMs)
+        if (clock.elapsed() > roadLimitMs) {
             burn.kill();
-        if (burn.state() != QProcess::NotRunning && !burn.waitForFinished(1))
+        }
+        if (burn.state() != QProcess::NotRunning && !burn.waitForFinished(1)) {
             return false;
+        }
         stopLasted = stopSent < 0 ? 0 : clock.elapsed() - stopSent;
         log += QString::fromUtf8(burn.readAll());
-        if (!road.next.empty() && std::exchange(image, &road.next) == &road.image)
+        if (!road.next.empty() && std::exchange(image, &road.next) == &road.image) {
             return !(pack() && startBurn());
+        }
         device.terminate();
         device.waitForFinished(startLimitMs);
         return true;
@@ -212,12 +219,15 @@ public:
         QVERIFY2(burn.exitStatus() == QProcess::NormalExit, context);
         QVERIFY2(road.exitStatus < 0 || burn.exitCode() == road.exitStatus, context);
         QVERIFY2((burn.exitCode() == 0) == log.contains(success), context);
-        if (burn.exitCode() == 0)
+        if (burn.exitCode() == 0) {
             QVERIFY2(equal, context);
-        if (road.exitStatus < 0)
+        }
+        if (road.exitStatus < 0) {
             QVERIFY2(burn.exitCode() == 0 || (burn.exitCode() == 1 && !equal), context);
-        for (const QString& line : road.log)
+        }
+        for (const QString& line : road.log) {
             QVERIFY2(matches(line), (line.toUtf8() + " is missing: " + context));
+        }
         QVERIFY2(stopLasted < 5000, context);
         QVERIFY2(log.contains("Erasing") || contentOf(memoryFile()) == memoryWith({}, '\0'), context);
     }
@@ -270,8 +280,9 @@ private Q_SLOTS:
     void road_data()
     {
         QTest::addColumn<int>("index");
-        for (std::size_t i = 0; i < roads.size(); ++i)
+        for (std::size_t i = 0; i < roads.size(); ++i) {
             QTest::newRow(roads[i].name) << static_cast<int>(i);
+        }
     }
 
     void road()

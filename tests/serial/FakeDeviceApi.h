@@ -44,8 +44,9 @@ public:
     DeviceSet getClassDevs(const Guid& guid, Number flags) override
     {
         std::size_t row = 0;
-        while (!(portDeviceClasses.at(row).guid == guid && portDeviceClasses[row].flags == flags))
+        while (!(portDeviceClasses.at(row).guid == guid && portDeviceClasses[row].flags == flags)) {
             ++row;
+        }
         return {fails(__func__) ? nullptr : open(&classes[row])};
     }
     bool enumDeviceInfo(DeviceSet set, Number index, Device& device) override

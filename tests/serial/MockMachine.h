@@ -42,11 +42,13 @@ private:
     {
         QByteArray text = "P: /devices/" + path + node;
         for (const QByteArray& item : content.split('|')) {
-            if (!item.isEmpty())
+            if (!item.isEmpty()) {
                 text += (item < "a" ? "\nE: " : item.startsWith("driver=") ? "\nL: " : "\nA: ") + item;
+            }
         }
-        if (!umockdev_in_mock_environment() || !umockdev_testbed_add_from_string(bed.get(), text + "\n", nullptr))
+        if (!umockdev_in_mock_environment() || !umockdev_testbed_add_from_string(bed.get(), text + "\n", nullptr)) {
             throw std::runtime_error("umockdev can't make this machine");
+        }
     }
 
     const QByteArray controller = "pci0000:00/0000:00:14.0";

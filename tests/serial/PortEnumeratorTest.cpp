@@ -1,5 +1,5 @@
-#include "tests/serial/MockMachine.h"
 #include "cli/PortsCommand.h"
+#include "tests/serial/MockMachine.h"
 
 #include <QDir>
 #include <QRegularExpression>

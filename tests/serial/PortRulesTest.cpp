@@ -79,16 +79,19 @@ private Q_SLOTS:
             {u"USB\\VID_10C4\\", u""}, {u"FTDIBUS\\VID_0403+PID_6001+A50285BI\\0000", u"A50285BI"},
             {u"FTDIBUS\\VID_0403+PID_6001+A5", u""}, {u"FTDIBUS\\VID_0403\\0000", u""},
             {u"PCI\\VEN_8086&DEV_9D3D\\3", u""}, {u"usb\\VID_10C4\\0001", u""}};
-        for (const auto& [identifier, expected] : table)
+        for (const auto& [identifier, expected] : table) {
             QVERIFY2(parseSerialNumber(identifier) == expected, qPrintable(QString::fromStdU16String(identifier)));
+        }
     }
 
     void names()
     {
-        for (const char16_t* name : {u"", u"LPT", u"XLPT1"})
+        for (const char16_t* name : {u"", u"LPT", u"XLPT1"}) {
             QVERIFY(!isPortNameAdmitted(name));
-        for (const char16_t* name : {u"lpt1", u"LP", u"LpT1", u"COM3"})
+        }
+        for (const char16_t* name : {u"lpt1", u"LP", u"LpT1", u"COM3"}) {
             QVERIFY(isPortNameAdmitted(name));
+        }
         QVERIFY(
             toWide(u"a\U0001F50C") == L"a\U0001F50C" && toWide(std::u16string(2, 0xD83D)) == std::wstring(2, 0xD83D));
     }

@@ -18,8 +18,9 @@ public:
     {
         const int descriptor = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
         char path[64] = {};
-        if (::grantpt(descriptor) || ::unlockpt(descriptor) || ::ptsname_r(descriptor, path, sizeof path))
+        if (::grantpt(descriptor) || ::unlockpt(descriptor) || ::ptsname_r(descriptor, path, sizeof path)) {
             qFatal("No pseudo-terminal to be had");
+        }
         name = path;
         master.open(descriptor, QIODevice::ReadWrite | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle);
     }
@@ -28,8 +29,9 @@ public:
     QByteArray receive(qsizetype size, int limitMs) override
     {
         QByteArray data;
-        for (const QDeadlineTimer limit(limitMs); data.size() < size && !limit.hasExpired(); QThread::msleep(1))
+        for (const QDeadlineTimer limit(limitMs); data.size() < size && !limit.hasExpired(); QThread::msleep(1)) {
             data += master.read(size - data.size());
+        }
         return data;
     }
     void hangUp() override { master.close(); }

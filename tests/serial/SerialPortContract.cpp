@@ -21,8 +21,9 @@ const char* const holdOption = "--hold";
 QByteArray pattern(qsizetype size)
 {
     QByteArray data(size, 0);
-    for (qsizetype i = 0; i < size; ++i)
+    for (qsizetype i = 0; i < size; ++i) {
         data[i] = static_cast<char>(i * 7 + i / 256);
+    }
     return data;
 }
 
@@ -113,13 +114,16 @@ public:
 
     void happen(Event event, const std::stop_token& over)
     {
-        for (; event == Event::Drip && !over.stop_requested(); QThread::msleep(20))
+        for (; event == Event::Drip && !over.stop_requested(); QThread::msleep(20)) {
             line->send("x");
+        }
         QThread::msleep(50);
-        if (event >= Event::HangUp)
+        if (event >= Event::HangUp) {
             line->hangUp();
-        if (event == Event::Cancel || event == Event::HangUpAndCancel)
+        }
+        if (event == Event::Cancel || event == Event::HangUpAndCancel) {
             port->cancel();
+        }
     }
 
 private Q_SLOTS:
@@ -136,15 +140,17 @@ private Q_SLOTS:
     void callsEnd_data()
     {
         QTest::addColumn<Call>("call");
-        for (const Call& call : calls)
+        for (const Call& call : calls) {
             QTest::newRow(call.name) << call;
+        }
     }
 
     void callsEnd()
     {
         QFETCH(Call, call);
-        if (onRealPorts && call.event >= Event::HangUp)
+        if (onRealPorts && call.event >= Event::HangUp) {
             QSKIP("Nobody pulls the cable");
+        }
         QVERIFY(open(call.limit, call.baudRate));
         line->send(pattern(call.sent));
         const QByteArray output = pattern(call.size);
@@ -201,8 +207,9 @@ private Q_SLOTS:
         }
         QVERIFY(open(50));
         port->close();
-        if (!subject.namesReachOtherProcesses)
+        if (!subject.namesReachOtherProcesses) {
             QSKIP("Other processes do not know the line");
+        }
         QProcess process;
         process.start(QCoreApplication::applicationFilePath(), {holdOption, QString::fromStdString(line->portName())});
         QVERIFY(process.waitForReadyRead() && process.readAll().startsWith("open") && !port->open());
@@ -234,8 +241,9 @@ private Q_SLOTS:
     {
         for (int round = 0; round < 600; ++round) {
             const std::jthread other([&](const std::stop_token& over) {
-                for (QThread::usleep(QRandomGenerator::global()->bounded(2000U)); !over.stop_requested();)
+                for (QThread::usleep(QRandomGenerator::global()->bounded(2000U)); !over.stop_requested();) {
                     port->cancel();
+                }
             });
             QElapsedTimer time;
             time.start();

@@ -1,6 +1,6 @@
 #include "serial/SerialPortPosix.h"
 
-#include "serial/FileDescriptor.h"
+#include "support/FileDescriptor.h"
 #include "tests/serial/PtyLine.h"
 
 #include <QtTest>
@@ -31,18 +31,19 @@ extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    if (request == TIOCMGET)
+    if (request == TIOCMGET) {
         *static_cast<int*>(argument) = modemLines;
-    else if (request == TIOCMBIS)
+    } else if (request == TIOCMBIS) {
         modemLines |= *static_cast<int*>(argument);
-    else if (request == TIOCMBIC)
+    } else if (request == TIOCMBIC) {
         modemLines &= ~*static_cast<int*>(argument);
-    else if (request == TIOCGSERIAL)
+    } else if (request == TIOCGSERIAL) {
         *static_cast<serial_struct*>(argument) = driver;
-    else if (request == TIOCSSERIAL)
+    } else if (request == TIOCSSERIAL) {
         driver = *static_cast<serial_struct*>(argument);
-    else
+    } else {
         return static_cast<int>(::syscall(SYS_ioctl, descriptor, request, argument));
+    }
     return 0;
 }
 

@@ -31,8 +31,9 @@ struct ScriptedLine {
         Bytes bytes = {0x80, 0, 0, 0, static_cast<std::uint8_t>(words), static_cast<std::uint8_t>(words >> 8)};
         bytes.insert(bytes.end(), data.begin(), data.end());
         Bytes sum = {0xFF, 0xFF};
-        for (std::size_t i = 0; i < bytes.size(); ++i)
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
             sum[i % 2] ^= bytes[i];
+        }
         bytes.insert(bytes.end(), sum.begin(), sum.end());
         return {bytes};
     }
@@ -41,8 +42,9 @@ struct ScriptedLine {
     void deliver(const Reply& reply)
     {
         Time due = std::max(now + reply.after, input.empty() ? now : input.back().first);
-        for (const std::uint8_t byte : reply.bytes)
+        for (const std::uint8_t byte : reply.bytes) {
             input.emplace_back(due += byteTime(), byte);
+        }
     }
 
     /// The clock of this line, for a client under test. Valid as long as the line.
@@ -105,12 +107,14 @@ public:
             static_cast<std::size_t>(std::chrono::milliseconds(settings.writeTimeoutMs) / line->byteTime());
         const std::size_t count = isOpened && !line->cancelled ? std::min({size, inTime, line->writable}) : 0;
         const ScriptedLine::Bytes request(buffer, buffer + count);
-        if (count == 0)
+        if (count == 0) {
             return 0;
+        }
         line->now = line->sent = line->now + count * line->byteTime();
         line->requests.push_back(request);
-        for (const std::uint8_t byte : line->echo ? request : ScriptedLine::Bytes())
+        for (const std::uint8_t byte : line->echo ? request : ScriptedLine::Bytes()) {
             line->input.emplace_back(line->now, byte);
+        }
         line->deliver(line->device(request));
         return count;
     }
@@ -124,8 +128,9 @@ public:
             buffer[count] = line->input.front().second;
             line->input.pop_front();
         }
-        if (count < size)
+        if (count < size) {
             line->now = limit;
+        }
         return count;
     }
     bool applySettings() override { return isOpened; }

@@ -33,9 +33,11 @@ struct Host {
     {
         QByteArray bytes;
         pollfd source = {line.get(), POLLIN, 0};
-        for (char byte = 0; bytes.size() < size && ::poll(&source, 1, int(limit.count())) > 0; bytes.append(byte))
-            if (::read(line.get(), &byte, 1) != 1)
+        for (char byte = 0; bytes.size() < size && ::poll(&source, 1, int(limit.count())) > 0; bytes.append(byte)) {
+            if (::read(line.get(), &byte, 1) != 1) {
                 break;
+            }
+        }
         return bytes;
     }
 };
@@ -62,8 +64,9 @@ const char* const frames =
 QByteArray hexOf(const QString& names)
 {
     QString hex;
-    for (const QString& name : names.split('+'))
+    for (const QString& name : names.split('+')) {
         hex += QString(" zeros=%1 %2").arg("", 1024, '0').arg(frames).section(' ' + name + '=', 1).section(' ', 0, 0);
+    }
     return hex.toLatin1();
 }
 
@@ -99,8 +102,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("faults");
         QTest::addColumn<QString>("turns");
-        for (const auto& [name, faults, turns] : conversations)
+        for (const auto& [name, faults, turns] : conversations) {
             QTest::newRow(name) << faults << turns;
+        }
     }
 
     void conversation()
@@ -109,8 +113,9 @@ private Q_SLOTS:
         QFETCH(const QString, turns);
         DeviceConfig config;
         config.eraseTime = config.lateTime = 500ms;
-        for (const QString& fault : faults.split(' ', Qt::SkipEmptyParts))
+        for (const QString& fault : faults.split(' ', Qt::SkipEmptyParts)) {
             QCOMPARE(config.faults.add(fault), QString());
+        }
         DeviceSim device(config);
         QVERIFY2(device.start(), device.errorString().c_str());
         const Host host = openLine(device.portName());
@@ -160,10 +165,11 @@ private Q_SLOTS:
         qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
         const QString wrong = "bogus drop:1.1 drop:nan stuck-bit:65536 stuck-bit:0.8 dirty-blank:1 hangup:0 "
                               "hangup:erase+x hangup:eraser late-start:x drop;drop";
-        for (const QString& fault : wrong.split(' '))
+        for (const QString& fault : wrong.split(' ')) {
             QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM,
                          QString(fault).replace(QRegularExpression("^|;"), " --fault=").split(' ', Qt::SkipEmptyParts)),
                 2);
+        }
         QCOMPARE(QProcess::execute(DEVICESIM_PROGRAM, {"--link", memory.fileName()}), 1);
         QVERIFY(QDir(folder.path()).mkdir("serial") && QFile::link("/dev/pts/99999", link)); // left by a killed one
         QProcess device;

@@ -158,8 +158,9 @@ void DeviceLoop::handle(const Request& request, TimePoint arrival)
 bool DeviceLoop::hangUpIsDue(Command command)
 {
     const FaultPlan& faults = config.faults;
-    if (requestCount > 0 || command == faults.hangupFrom.value_or(command))
+    if (requestCount > 0 || command == faults.hangupFrom.value_or(command)) {
         ++requestCount;
+    }
     return requestCount > 0 && requestCount == faults.hangupAt;
 }
 

@@ -20,8 +20,9 @@ std::wstring errorText(DWORD code)
 QByteArray calls()
 {
     QByteArray text;
-    for (const std::string& call : win32::takeCalls())
+    for (const std::string& call : win32::takeCalls()) {
         text += call.c_str() + QByteArray("; ");
+    }
     return text;
 }
 
@@ -127,12 +128,15 @@ private Q_SLOTS:
             win32::failCall(function, 1, 4712);
             return !operation() && port.isOpen() && port.errorString() == errorText(4712);
         };
-        for (const char* function : {"ReadFile", "WaitForMultipleObjects", "GetOverlappedResult"})
+        for (const char* function : {"ReadFile", "WaitForMultipleObjects", "GetOverlappedResult"}) {
             QVERIFY(fails(function, [&] { return port.read(buffer.data(), 8); }));
-        for (const char* function : {"WriteFile", "WaitForMultipleObjects", "GetOverlappedResult"})
+        }
+        for (const char* function : {"WriteFile", "WaitForMultipleObjects", "GetOverlappedResult"}) {
             QVERIFY(fails(function, [&] { return port.write(buffer.data(), 1); }));
-        for (const char* function : {"GetCommState", "SetCommState"})
+        }
+        for (const char* function : {"GetCommState", "SetCommState"}) {
             QVERIFY(fails(function, [&] { return port.applySettings(); }));
+        }
         QVERIFY(fails("SetCommTimeouts", [&] { return port.applyTimeouts(); }));
         QVERIFY(fails("PurgeComm", [&] { return port.purge(true, false); }));
         line->send("12");

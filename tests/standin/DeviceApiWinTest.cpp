@@ -1,8 +1,8 @@
 #include "serial/DeviceApiWin.h"
 
+#include "serial/PortScan.h"
 #include "standin/win32/Machine.h"
 #include "standin/win32/Win32Layer.h"
-#include "serial/PortScan.h"
 
 #include <QTest>
 
@@ -75,8 +75,9 @@ private Q_SLOTS:
         DeviceApiWin api;
         QString text;
         for (const PortInfo& port : scanPorts(api)) {
-            for (const std::wstring& part : {port.portName, port.description, port.manufacturer, port.serialNumber})
+            for (const std::wstring& part : {port.portName, port.description, port.manufacturer, port.serialNumber}) {
                 text += QString::fromStdWString(part) + ',';
+            }
             text += QString::number(port.vendorId, 16) + ',' + QString::number(port.productId, 16) + ' ';
         }
         text.remove(",,,,0,0").replace(QString::fromStdU16String(longText), "x");

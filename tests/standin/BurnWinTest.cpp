@@ -1,6 +1,6 @@
 #include "bootloader/BootloaderClient.h"
-#include "standin/win32/Win32Layer.h"
 #include "serial/SerialPortWin.h"
+#include "standin/win32/Win32Layer.h"
 #include "tests/burn/ScriptedDevice.h"
 #include "tools/devicesim/DeviceSim.h"
 

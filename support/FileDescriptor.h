@@ -25,14 +25,20 @@ public:
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
 
-    ~FileDescriptor()
+    ~FileDescriptor() { reset(); }
+
+    /// Closes the descriptor, if there is one.
+    void reset()
     {
-        // Never repeated on EINTR: Linux has let go of the descriptor by then.
-        if (isValid())
-            ::close(fd);
+        // Not repeated on EINTR: Linux has released the descriptor by then (close(2)).
+        if (isValid()) {
+            ::close(std::exchange(fd, -1));
+        }
     }
 
     bool isValid() const { return fd >= 0; }
+
+    /// @return the descriptor, still owned; -1 if there is none.
     int get() const { return fd; }
 
 private:

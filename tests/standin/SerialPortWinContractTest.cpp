@@ -4,8 +4,9 @@
 #ifdef _WIN32
 int main(int argc, char** argv)
 {
-    if (!qEnvironmentVariableIsSet("TAVIMORA_TEST_PORTS"))
+    if (!qEnvironmentVariableIsSet("TAVIMORA_TEST_PORTS")) {
         return 77; // no pair of connected ports: skipped
+    }
     return runSerialPortContract(argc, argv,
         {.makePort = [](const PortSettings& settings) { return std::make_unique<SerialPortWin>(settings); },
             .makeLine = {},

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "support/ExitStatus.h"
+
+#include <QCommandLineParser>
+#include <QString>
+#include <QStringList>
+
+#include <concepts>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <span>
+
+/// Options and arguments of one command of a console program.
+///
+/// A command declares its options, parses, takes its values, and then asks `verdict` whether it may start. Whatever is
+/// wrong is kept until then, and the first thing wrong is the one reported.
+class CommandLine
+{
+public:
+    /// @param command as it is typed, for instance "tavimora-cli burn"
+    /// @param synopsis what follows it, for instance "--port NAME FILE"
+    /// @param description the paragraphs of the help text above the list of options
+    CommandLine(const QString& command, const QString& synopsis, const QString& description);
+
+    void addFlag(const QString& name, const QString& description);
+    void addOption(const QString& name, const QString& valueName, const QString& description);
+
+    /// Adds --version, which prints the version of the application.
+    void addVersionFlag();
+
+    /// Text below the list of options in the help text.
+    void setEpilogue(const QString& text) { epilogue = text; }
+
+    /// @param arguments what follows the command
+    void parse(const QStringList& arguments);
+
+    bool isSet(const QString& name) const { return parser.isSet(name); }
+
+    /// All values of an option that may be given more than once.
+    QStringList texts(const QString& name) const { return parser.values(name); }
+
+    /// The value of an option that may be given once; nothing when it is not given.
+    std::optional<QString> text(const QString& name);
+
+    /// The value of an option that must be given, once and not empty.
+    QString requiredText(const QString& name);
+
+    /// The value of a numeric option in the range from `smallest` to `largest`, in decimal, or in hexadecimal behind
+    /// 0x; nothing when it is not given, or wrong.
+    template <std::integral Number>
+    std::optional<Number> number(const QString& name, Number smallest, Number largest)
+    {
+        static_assert(sizeof(Number) < sizeof(std::int64_t) || std::signed_integral<Number>);
+        const std::optional<std::int64_t> value = wideNumber(name, smallest, largest);
+        return value ? std::optional(static_cast<Number>(*value)) : std::nullopt;
+    }
+
+    /// The arguments that belong to no option.
+    /// @param count how many there must be
+    /// @param expected completes the error message "expected ...", for instance "one firmware file"
+    /// @return `count` texts, empty ones when another number was given
+    QStringList operands(qsizetype count, const QString& expected);
+
+    /// Notes that something is wrong with the command line.
+    void refuse(const QString& reason);
+
+    /// Prints the help text or the version if that was asked for, or what is wrong.
+    /// @return the exit status to end with; nothing when the command may start.
+    std::optional<ExitStatus> verdict() const;
+
+private:
+    std::optional<std::int64_t> wideNumber(const QString& name, std::int64_t smallest, std::int64_t largest);
+
+    QCommandLineParser parser;
+    QString commandName;
+    QString usage;
+    QString epilogue;
+    QString problem;
+    /// --version is that of the program, and no option of the command.
+    bool versionFlag = false;
+};
+
+/// A command of a program that has several.
+struct Command {
+    const char* name;
+    /// What follows the name in the usage text.
+    const char* synopsis;
+    /// @param arguments what follows the name
+    ExitStatus (*run)(const QStringList& arguments);
+};
+
+/// Runs the command that `arguments` begin with. Serves `help`, `help COMMAND`, --help and --version, and reports a
+/// command that is missing or unknown. The application has its name and version.
+ExitStatus runCommand(std::span<const Command> commands, const QStringList& arguments);
+
+/// Writes a text to standard output.
+/// @return whether all of it could be written; if not, standard error says why.
+bool printOut(const QString& text);
+
+/// Writes "PROGRAM: TEXT" as one line to standard error.
+void complain(const QString& program, const QString& text);
