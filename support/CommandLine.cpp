@@ -41,23 +41,35 @@ ExitStatus printed(const QString& text)
     return printOut(text) ? ExitStatus::Success : ExitStatus::Failure;
 }
 
+/// The command as it is typed.
+QString typed(const Command& command)
+{
+    return QCoreApplication::applicationName() + u' ' + QLatin1String(command.name);
+}
+
+/// @param command as it is typed
+/// @param synopsis what follows it; may be empty
+QString usageLine(const QString& command, const QString& synopsis)
+{
+    return (command + u' ' + synopsis).trimmed() + u'\n';
+}
+
 QString usageOf(std::span<const Command> commands)
 {
-    const QString program = QCoreApplication::applicationName();
     QString text;
     for (const Command& command : commands) {
-        text += QStringLiteral("%1 %2 %3 %4\n")
-                    .arg(text.isEmpty() ? QStringLiteral("usage:") : QStringLiteral("      "), program,
-                        QLatin1String(command.name), QLatin1String(command.synopsis));
+        text += text.isEmpty() ? QLatin1String("usage: ") : QLatin1String("       ");
+        text += usageLine(typed(command), QLatin1String(command.synopsis));
     }
-    return text + QStringLiteral("       %1 help [COMMAND] | --version\n").arg(program);
+    return text +
+           QStringLiteral("       %1 help [COMMAND] | --help | --version\n").arg(QCoreApplication::applicationName());
 }
 
 } // namespace
 
 CommandLine::CommandLine(const QString& command, const QString& synopsis, const QString& description)
     : commandName(command)
-    , usage(QStringLiteral("usage: %1 %2\n").arg(command, synopsis))
+    , usage(QLatin1String("usage: ") + usageLine(command, synopsis))
 {
     parser.setApplicationDescription(description);
     parser.addOption({{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Print this help.")});
@@ -100,7 +112,7 @@ std::optional<QString> CommandLine::text(const QString& name)
 
 QString CommandLine::requiredText(const QString& name)
 {
-    const QString value = text(name).value_or(QString());
+    QString value = text(name).value_or(QString());
     if (value.isEmpty()) {
         refuse(QStringLiteral("--%1 is missing").arg(name));
     }
@@ -143,9 +155,9 @@ std::optional<ExitStatus> CommandLine::verdict() const
 {
     if (parser.isSet(QStringLiteral("help"))) {
         // The first line of Qt's text is a usage that knows neither the command nor what is required.
-        return printed(usage + parser.helpText().section(u'\n', 1) + epilogue);
+        return printed(usage + u'\n' + parser.helpText().section(u'\n', 1) + epilogue);
     }
-    if (parser.optionNames().contains(QLatin1String("version")) && versionFlag) {
+    if (versionFlag && parser.isSet(QStringLiteral("version"))) {
         return printed(versionLine());
     }
     if (problem.isEmpty()) {
@@ -172,7 +184,8 @@ ExitStatus runCommand(std::span<const Command> commands, const QStringList& argu
     }
     const QString name = help ? arguments[1] : wanted;
     if (const auto command = find(name); command != commands.end()) {
-        return command->run(help ? QStringList(QStringLiteral("--help")) : arguments.mid(1));
+        CommandLine line(typed(*command), QLatin1String(command->synopsis), QLatin1String(command->description));
+        return command->run(line, help ? QStringList(QStringLiteral("--help")) : arguments.mid(1));
     }
     complain(QCoreApplication::applicationName(), name.isEmpty()
                                                       ? QStringLiteral("a command is missing")

@@ -14,14 +14,14 @@
 
 /// Options and arguments of one command of a console program.
 ///
-/// A command declares its options, parses, takes its values, and then asks `verdict` whether it may start. Whatever is
+/// A command adds its options, parses, takes its values, and then asks `verdict` whether it may start. Whatever is
 /// wrong is kept until then, and the first thing wrong is the one reported.
 class CommandLine
 {
 public:
     /// @param command as it is typed, for instance "tavimora-cli burn"
-    /// @param synopsis what follows it, for instance "--port NAME FILE"
-    /// @param description the paragraphs of the help text above the list of options
+    /// @param synopsis what follows it, for instance "--port NAME FILE"; may be empty
+    /// @param description the paragraphs of the help text above the list of options; its lines are not broken
     CommandLine(const QString& command, const QString& synopsis, const QString& description);
 
     void addFlag(const QString& name, const QString& description);
@@ -85,10 +85,12 @@ private:
 /// A command of a program that has several.
 struct Command {
     const char* name;
-    /// What follows the name in the usage text.
+    /// What follows the name in the usage text; may be empty.
     const char* synopsis;
-    /// @param arguments what follows the name
-    ExitStatus (*run)(const QStringList& arguments);
+    /// The paragraphs of the help text above the list of options.
+    const char* description;
+    /// Adds the options to `line`, parses `arguments`, which follow the name, and does the work.
+    ExitStatus (*run)(CommandLine& line, const QStringList& arguments);
 };
 
 /// Runs the command that `arguments` begin with. Serves `help`, `help COMMAND`, --help and --version, and reports a

@@ -1,5 +1,6 @@
 #include "tests/support/IntelHex.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
@@ -8,10 +9,15 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <utility>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace
 {
@@ -136,6 +142,32 @@ const std::vector<Road> roads = {
     {"hang-up at the reset", oneBlock, "--fault hangup:reset", "", "", "", 0, {success, "Complete"}},
     {"file changed between two burns", someBlocks, "", "", "", "", 0, {success + "(.|\\n)*" + success}, oneBlock},
     {"stopped in the delay", oneBlock, "", "", "", "Powerup delay.*", 130, {"Operation cancelled by user"}},
+};
+
+/// What a program answers at once, without a device.
+struct Answer {
+    const char* name;
+    QStringList arguments;
+    int exitStatus;
+    /// What standard output and standard error begin with; nothing may stand there when it is empty.
+    QString output;
+    QString error;
+};
+
+const QString usage = "usage: tavimora-cli ports\n       tavimora-cli ";
+const QString portsUsage = "usage: tavimora-cli ports\n\nLists the serial ports";
+const std::vector<Answer> answers = {
+    {"no command", {}, 2, "", "tavimora-cli: a command is missing\n" + usage},
+    {"wrong command", {"prots"}, 2, "", "tavimora-cli: there is no command \"prots\"\n" + usage},
+    {"help", {"help"}, 0, usage, ""},
+    {"--help", {"--help"}, 0, usage, ""},
+    {"--version", {"--version"}, 0, "tavimora-cli 1", ""},
+    {"help ports", {"help", "ports"}, 0, portsUsage, ""},
+    {"ports --help", {"ports", "--help"}, 0, portsUsage, ""},
+    {"argument of ports", {"ports", "a"}, 2, "", "tavimora-cli ports: expected no arguments, not 1 argument\n"},
+    {"burn --help", {"burn", "--help"}, 0, "usage: tavimora-cli burn --port NAME", ""},
+    {"burn without a port", {"burn", "a"}, 2, "", "tavimora-cli burn: --port is missing\n"},
+    {"time-out of 0", {"burn", "--port", "a", "--timeout", "0", "b"}, 2, "", "tavimora-cli burn: --timeout wants"},
 };
 
 /// One burn with its device, each a process of its own.
@@ -289,6 +321,59 @@ private Q_SLOTS:
     {
         QFETCH(int, index);
         runs[static_cast<std::size_t>(index)]->check();
+    }
+
+    void answer_data()
+    {
+        QTest::addColumn<int>("index");
+        for (std::size_t i = 0; i < answers.size(); ++i) {
+            QTest::newRow(answers[i].name) << static_cast<int>(i);
+        }
+    }
+
+    void answer()
+    {
+        QFETCH(int, index);
+        const Answer& wanted = answers[static_cast<std::size_t>(index)];
+        QProcess program;
+        program.start(TAVIMORA_CLI, wanted.arguments);
+        QVERIFY(program.waitForFinished(startLimitMs));
+        const QByteArray output = program.readAllStandardOutput();
+        const QByteArray error = program.readAllStandardError();
+        QVERIFY2(output.startsWith(wanted.output.toUtf8()) && output.isEmpty() == wanted.output.isEmpty(), output);
+        QVERIFY2(error.startsWith(wanted.error.toUtf8()) && error.isEmpty() == wanted.error.isEmpty(), error);
+        QCOMPARE(program.exitCode(), wanted.exitStatus);
+    }
+
+    /// Two virtual ports stand last in the list, behind what the machine has.
+    void listOfPorts()
+    {
+        const int master = posix_openpt(O_RDWR | O_NOCTTY);
+        QVERIFY(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
+        const QTemporaryDir runtime;
+        const QString folder = runtime.filePath("serial/");
+        QVERIFY(QDir().mkdir(folder));
+        QVERIFY(QFile::link(ptsname(master), folder + "a") && QFile::link(ptsname(master), folder + "another"));
+
+        QProcess program;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_RUNTIME_DIR", runtime.path());
+        program.setProcessEnvironment(environment);
+        program.start(TAVIMORA_CLI, {"ports"});
+        QVERIFY(program.waitForFinished(startLimitMs) && program.exitCode() == 0);
+        const QString lines = folder + "a\t\t\t\t\n" + folder + "another\t\t\t\t\n";
+        const QByteArray piped = program.readAllStandardOutput();
+        QVERIFY2(piped.endsWith(lines.toUtf8()) && !piped.contains("Port"), piped);
+
+        program.setStandardOutputFile(ptsname(master));
+        program.start(TAVIMORA_CLI, {"ports"});
+        QVERIFY(program.waitForFinished(startLimitMs) && program.exitCode() == 0);
+        QByteArray table(4096, '\0');
+        table.truncate(std::max<qsizetype>(read(master, table.data(), 4096), 0));
+        close(master);
+        QVERIFY2(table.endsWith((folder + "a\r\n" + folder + "another\r\n").toUtf8()), table);
+        QVERIFY2(table.startsWith("Port ") && !table.contains('\t'), table);
+        QVERIFY2(table.indexOf("Description") >= (folder + "another").size() + 2, table);
     }
 
 private:
