@@ -2,6 +2,7 @@
 
 #include "firmware/Base64.h"
 #include "firmware/BlockScanner.h"
+#include "firmware/BurnLimits.h"
 #include "firmware/FirmwareFile.h"
 #include "firmware/QAESEncryption.h"
 #include "tools/fwpack/Package.h"
@@ -171,10 +172,9 @@ void hex(benchmark::State& state)
 
 void scanBlocks(benchmark::State& state, const MemoryImage& image)
 {
-    constexpr std::size_t burnBlockLength = 512;
     while (state.KeepRunning()) {
         BlockScanner scanner(image);
-        for (scanner.reset(0); scanner.next(burnBlockLength);) {
+        while (nextBurnBlock(scanner)) {
             benchmark::DoNotOptimize(scanner.data);
         }
     }

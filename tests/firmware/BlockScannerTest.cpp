@@ -1,5 +1,6 @@
 #include "firmware/BlockScanner.h"
 
+#include "firmware/BurnLimits.h"
 #include "firmware/MemoryImage.h"
 #include "tests/firmware/Samples.h"
 
@@ -29,6 +30,8 @@ private Q_SLOTS:
         row("line of unused bytes", "100:16f 200:2d", "200+2");
         row("gap behind a full block", "0:510d 200:6d", "0+512 200+6");
         row("limit regardless of content", "0:1100d", "0+512 200+512 400+76");
+        row("unused bytes behind the last burn address", "FDFC:5d FE05:507d", "FDFC+6 FE02+510");
+        row("across the last burn address", "FDFC:5d FE05:515d", "FDFC+6 FE02+510 10000+8");
         row("top byte and low data", "0:4d FFFFFFFF:1d", "0+4 FFFFFFFE+2");
         row("full block across the top", "FFFFFE04:508d", "FFFFFE04+508");
     }
@@ -46,11 +49,11 @@ private Q_SLOTS:
         BlockScanner scanner(image);
         for (int pass = 0; pass < 2; ++pass, scanner.reset(0)) {
             QStringList blocks;
-            while (scanner.next(512)) {
+            while (nextBurnBlock(scanner)) {
                 blocks << QString("%1+%2").arg(scanner.address, 0, 16).toUpper().arg(scanner.data.size());
             }
             QTEST(blocks.join(' '), "blocks");
-            QVERIFY(!scanner.next(512) && scanner.address == 0 && scanner.data.isEmpty());
+            QVERIFY(!nextBurnBlock(scanner) && scanner.address == 0 && scanner.data.isEmpty());
         }
     }
 

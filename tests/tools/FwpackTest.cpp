@@ -1,4 +1,5 @@
 #include "firmware/FirmwareFile.h"
+#include "tests/support/IntelHex.h"
 #include "tools/fwpack/Package.h"
 
 #include <QProcess>
@@ -44,6 +45,8 @@ private Q_SLOTS:
         QString sparse = fwpack::makePackage({}, ":02010000ABCD85\n:0202FE00ABCD86\n");
         sparse.replace("baudrate", "speed").replace("0,", "66304,");
         row("sparse", show, sparse, "0 .*0x0300 .given as 66304.*57600 .not given.*0101, 2 bytes in 1 b.*: +0x02FE");
+        const QList<std::pair<unsigned, QByteArray>> top{{0xFDFC, "start"}, {0xFE05, QByteArray(507, 'd')}};
+        row("top", show, QString(fwpack::makePackage({}, hexText(top))), "0 .*516 bytes in 2 blocks: 6, 510\n");
         row("types", show, R"({"header": {"link": "1", "target": "\u001B"}})", "1 .*u.001b.\".*a string.*: missing");
         row("JSON", show, "{\n\"header\": x}", "1 .*JSON: .* at offset 1[0-9], in line 2");
         row("15 bytes", show, "{\"header\": 5, \"image\": \"*AAAAAAAAAAAAAAAAAAAA\"}", "1 .*15 .*1 skip.* 0\n");

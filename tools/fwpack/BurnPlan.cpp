@@ -1,21 +1,15 @@
 #include "tools/fwpack/BurnPlan.h"
 
 #include "firmware/BlockScanner.h"
+#include "firmware/BurnLimits.h"
 
 namespace fwpack
 {
 
-namespace
-{
-
-constexpr std::size_t burnBlockLength = 512;
-
-} // namespace
-
 BurnPlan::BurnPlan(const MemoryImage& image)
 {
     BlockScanner scanner(image);
-    for (scanner.reset(0); scanner.next(burnBlockLength);) {
+    while (nextBurnBlock(scanner)) {
         const qsizetype length = scanner.data.size();
         if (ranges.empty() || ranges.back().last + 1 != scanner.address) {
             ranges.push_back({scanner.address, scanner.address, {}});

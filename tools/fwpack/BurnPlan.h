@@ -10,9 +10,6 @@ class MemoryImage;
 namespace fwpack
 {
 
-/// The highest address that the bootloader can be given.
-inline constexpr std::uint32_t lastBurnableAddress = 0xFFFF;
-
 /// Addresses that a burn writes without a gap, and the lengths of the blocks in which it does.
 struct BurnRange {
     std::uint32_t first = 0;

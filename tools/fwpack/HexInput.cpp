@@ -1,7 +1,7 @@
 #include "tools/fwpack/HexInput.h"
 
 #include "firmware/BlockScanner.h"
-#include "tools/fwpack/BurnPlan.h"
+#include "firmware/BurnLimits.h"
 #include "tools/fwpack/LogCapture.h"
 #include "tools/fwpack/Printable.h"
 
@@ -132,9 +132,9 @@ bool HexInput::checkRecords()
 
 void HexInput::checkAddresses()
 {
-    if (const auto address = image.firstDataAbove(lastBurnableAddress)) {
+    if (const auto address = firstAddressOutOfReach(image)) {
         warnings.append(QString("data at %1 lies above %2: the firmware file cannot be burned")
-                            .arg(hexNumber(*address), hexNumber(lastBurnableAddress)));
+                            .arg(hexNumber(*address), hexNumber(lastBurnAddress)));
     }
 }
 

@@ -1,5 +1,6 @@
 #include "tools/fwpack/ShowCommand.h"
 
+#include "firmware/BurnLimits.h"
 #include "firmware/FirmwareFile.h"
 #include "tools/fwpack/BurnPlan.h"
 #include "tools/fwpack/FaultFinder.h"
@@ -65,9 +66,9 @@ QStringList suspicions(const BurnPlan& plan, const MemoryImage& image)
     if (plan.ranges.empty()) {
         return {"warning: holds no data: a burn would erase the device and write nothing"};
     }
-    if (const auto address = image.firstDataAbove(lastBurnableAddress)) {
+    if (const auto address = firstAddressOutOfReach(image)) {
         return {QString("warning: data at %1 lies above %2: a burn refuses the file")
-                    .arg(hexNumber(*address), hexNumber(lastBurnableAddress))};
+                    .arg(hexNumber(*address), hexNumber(lastBurnAddress))};
     }
     return {};
 }
