@@ -60,7 +60,6 @@ void run(benchmark::State& state, std::size_t bytesOnLine, Exchange exchange)
         state.SkipWithError("the simulated device does not answer");
         return;
     }
-    client.dropInput();
     double failed = 0;
     std::vector<double> seconds;
     const double cpuBefore = threadSeconds();

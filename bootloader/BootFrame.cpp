@@ -1,12 +1,12 @@
 #include "bootloader/BootFrame.h"
 
-BootFrame Boot::makeFrame(BootCommand command, std::uint16_t address, std::uint16_t count)
+BootFrame boot::makeFrame(BootCommand command, std::uint16_t address, std::uint16_t count)
 {
     const std::array<std::uint16_t, frameWordsWithoutData - 1> words = {firstWord(command), address, count};
     return {words[0], words[1], words[2], requestChecksum(words)};
 }
 
-BootFrame Boot::makeFrame(BootCommand command, std::uint16_t address, std::span<const std::uint8_t> data)
+BootFrame boot::makeFrame(BootCommand command, std::uint16_t address, std::span<const std::uint8_t> data)
 {
     const std::size_t count = wordsFor(data.size());
     BootFrame frame;

@@ -14,7 +14,7 @@
 /// Only a request of `CmdWriteBlock` has data; the others are four words, whatever stands in count.
 using BootFrame = std::vector<std::uint16_t>;
 
-namespace Boot
+namespace boot
 {
 
 inline constexpr std::uint8_t frameStart = 0x80;
@@ -52,9 +52,16 @@ constexpr BootCommand commandOf(std::uint16_t firstWordOfFrame)
     return static_cast<BootCommand>(firstWordOfFrame >> 8);
 }
 
-constexpr std::uint16_t addressOf(std::span<const std::uint16_t> frame)
+/// The words that a request without data asks for.
+constexpr std::uint16_t countOf(std::span<const std::uint16_t> frame)
 {
-    return frame[1];
+    return frame[2];
+}
+
+/// Whether a request is answered by a data reply; if not, by a bare status.
+constexpr bool wantsData(std::span<const std::uint16_t> frame)
+{
+    return isAnswer(commandOf(frame.front()), BootStatus::Data);
 }
 
 /// The checksum of a request: all words before it, combined by XOR from 0xFFFF on.
@@ -106,4 +113,4 @@ BootFrame makeFrame(BootCommand command, std::uint16_t address, std::uint16_t co
 /// A whole request with data, at most `maxWords` words; an odd last byte is filled up with 0xFF.
 BootFrame makeFrame(BootCommand command, std::uint16_t address, std::span<const std::uint8_t> data);
 
-} // namespace Boot
+} // namespace boot

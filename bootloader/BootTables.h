@@ -32,8 +32,7 @@ enum class BootStatus : std::int32_t {
     Refused = 0xA0,
 };
 
-/// Whether a status proves to be the device's answer to a command. One that does not may be a reply to something else,
-/// with the answer still to come: it belongs to another command, or it is a refusal, which looks alike for all.
+/// Whether a status can only be the answer to a command of this kind. A refusal cannot: it looks alike for all of them.
 constexpr bool isAnswer(BootCommand command, BootStatus status)
 {
     switch (status) {

@@ -20,10 +20,10 @@ constexpr std::uint32_t fullLimitsBaudRate = 57600;
 /// Reads that `dropInput` makes at most. At 57600 baud and below they last twice as long as the longest reply.
 constexpr int maxDropReads = 8;
 
-/// How long a probe of the line waits for its answer: no longer than any command, since a cancel does not end it.
+/// How long a probe waits for its answer: no longer than any command, since a cancel does not end it.
 constexpr std::chrono::milliseconds probeLimit{300};
 
-// What ping asks about: one word at the end of the address space, which every device can tell about.
+// What ping asks about: one word at the end of the address space, which every device has.
 constexpr std::uint16_t pingAddress = 0xFFF0;
 constexpr std::uint16_t pingWords = 1;
 // Without these two the device refuses to erase.
@@ -31,14 +31,10 @@ constexpr std::uint16_t eraseAddress = 0xFF00;
 constexpr std::uint16_t eraseKey = 0xA506;
 
 /// The data of a version reply, as offsets into the whole reply.
-constexpr std::size_t bootloaderVersionOffset = Boot::replyDataOffset;
-constexpr std::size_t firmwareVersionOffset = Boot::replyDataOffset + 2;
-constexpr std::size_t deviceIdOffset = Boot::replyDataOffset + 4;
-constexpr std::size_t versionReplySize = Boot::replyDataOffset + 6;
-
-/// Where a reply lands. The first byte is the status of the exchange under way. Not guarded: there is one exchange at a
-/// time in the process.
-std::array<std::uint8_t, Boot::replyCapacity> replyBuffer;
+constexpr std::size_t bootloaderVersionOffset = boot::replyDataOffset;
+constexpr std::size_t firmwareVersionOffset = boot::replyDataOffset + 2;
+constexpr std::size_t deviceIdOffset = boot::replyDataOffset + 4;
+constexpr std::size_t versionReplySize = boot::replyDataOffset + 6;
 
 PortSettings closedPortSettings()
 {
@@ -62,7 +58,7 @@ static_assert(std::uint64_t{writeLimitMs} * fullLimitsBaudRate <= UINT32_MAX, "l
 
 std::uint16_t wordAt(const std::vector<std::uint8_t>& bytes, std::size_t offset)
 {
-    return Boot::wordFrom(bytes[offset], bytes[offset + 1]);
+    return boot::wordFrom(bytes[offset], bytes[offset + 1]);
 }
 
 /// The address word: the low 16 bits are all that the wire carries.
@@ -108,9 +104,9 @@ BootloaderClient::BootloaderClient()
 {
 }
 
-BootloaderClient::BootloaderClient(std::unique_ptr<SerialPort> serialPort, Clock clock)
+BootloaderClient::BootloaderClient(std::unique_ptr<SerialPort> serialPort, Clock clientClock)
     : port(std::move(serialPort))
-    , now(std::move(clock))
+    , now(std::move(clientClock))
 {
 }
 
@@ -122,7 +118,8 @@ bool BootloaderClient::open(const std::string& portName, std::uint32_t baudRate)
     port->setBaudRate(baudRate);
     port->setParity(PortParity::None);
     port->setTimeouts(limitFor(baudRate, writeLimitMs), limitFor(baudRate, readLimitMs));
-    forgetUnanswered();
+    inFlight = {};
+    otherDevice = false;
     return port->open();
 }
 
@@ -141,15 +138,7 @@ bool BootloaderClient::readVersion()
     if (sendCommand(BootCommand::CmdGetVersion, 0, 0) != BootStatus::Data) {
         return false;
     }
-    if (reply.size() < versionReplySize) {
-        return true;
-    }
-    bootloaderVersion = BootVersion::fromWord(wordAt(reply, bootloaderVersionOffset));
-    firmwareVersion = BootVersion::fromWord(wordAt(reply, firmwareVersionOffset));
-    deviceId = wordAt(reply, deviceIdOffset);
-    const DeviceFamily& family = findFamily(familyOf(deviceId));
-    codeStart = family.codeStart;
-    codeEnd = family.codeEnd;
+    takeIdentity();
     return true;
 }
 
@@ -167,7 +156,7 @@ bool BootloaderClient::eraseMemory()
 BootAnswer BootloaderClient::blankCheck(std::uint32_t address, std::uint64_t size)
 {
     const std::uint64_t words = std::max<std::uint64_t>(size / 2, 1);
-    if (words > Boot::maxWords) {
+    if (words > boot::maxWords) {
         return {};
     }
     const BootStatus status =
@@ -177,7 +166,7 @@ BootAnswer BootloaderClient::blankCheck(std::uint32_t address, std::uint64_t siz
 
 bool BootloaderClient::writeBlock(std::uint32_t address, const std::vector<std::uint8_t>& data)
 {
-    if (Boot::wordsFor(data.size()) > Boot::maxWords) {
+    if (boot::wordsFor(data.size()) > boot::maxWords) {
         return false;
     }
     return sendData(BootCommand::CmdWriteBlock, wireAddress(address), data) == BootStatus::Ok;
@@ -185,22 +174,16 @@ bool BootloaderClient::writeBlock(std::uint32_t address, const std::vector<std::
 
 std::vector<std::uint8_t> BootloaderClient::readBlock(std::uint32_t address, std::uint64_t size)
 {
-    const std::uint64_t words = std::max<std::uint64_t>(Boot::wordsFor(size), 1);
-    if (words > Boot::maxWords) {
+    const std::uint64_t words = std::max<std::uint64_t>(boot::wordsFor(size), 1);
+    if (words > boot::maxWords) {
         return {};
     }
     const BootStatus status =
         sendCommand(BootCommand::CmdReadBlock, wireAddress(address), static_cast<std::uint16_t>(words));
-    if (damaged) {
-        dropInput();
-    }
     if (status != BootStatus::Data) {
         return {};
     }
-    if (reply.size() != Boot::replySize(words)) {
-        noteUnanswered(BootCommand::CmdReadBlock, wireAddress(address));
-    }
-    return {reply.begin() + Boot::replyDataOffset, reply.end() - Boot::replyChecksumSize};
+    return {reply.begin() + boot::replyDataOffset, reply.end() - boot::replyChecksumSize};
 }
 
 bool BootloaderClient::resetDevice(std::uint32_t address)
@@ -216,76 +199,118 @@ void BootloaderClient::dropInput()
     }
 }
 
-bool BootloaderClient::resynchronise()
+void BootloaderClient::rejectReply()
 {
-    if (!unanswered) {
-        return true;
-    }
-    // A link may be so slow that it brings the answer to one probe while the next is under way. An echo, though, is
-    // only counted, so nothing may stand before it, and the rest of a damaged reply can look like anything.
-    if (!probeUnanswered || echoOn || damaged) {
-        dropInput();
-    }
-    const BootCommand probe = unansweredBlock ? BootCommand::CmdBlankCheck : BootCommand::CmdGetVersion;
-    const QDeadlineTimer deadline = now() + probeLimit.count();
-    BootStatus status = unansweredBlock ? sendCommand(probe, *unansweredBlock, 1) : sendCommand(probe, 0, 0);
-    while (!isAnswer(probe, status) && !damaged && now() < deadline) {
-        status = awaitReply({});
-    }
-    probeUnanswered = !isAnswer(probe, status);
-    if (probeUnanswered) {
-        return false;
-    }
-    // What was taken for the answer may have been noise, or the answer to the probe before this one.
     dropInput();
-    forgetUnanswered();
-    return true;
+    inFlight.cause = InFlight::Cause::Answer;
 }
 
-void BootloaderClient::noteUnanswered(BootCommand command, std::uint16_t address)
+void BootloaderClient::expectEqualReply()
 {
-    unanswered = true;
-    if (command == BootCommand::CmdReadBlock) {
-        unansweredBlock = address;
+    if (inFlight.cause == InFlight::Cause::Nothing) {
+        inFlight.cause = InFlight::Cause::Copy;
     }
-}
-
-void BootloaderClient::forgetUnanswered()
-{
-    unanswered = probeUnanswered = false;
-    unansweredBlock.reset();
 }
 
 BootStatus BootloaderClient::sendCommand(BootCommand command, std::uint16_t address, std::uint16_t count)
 {
-    return exchange(Boot::makeFrame(command, address, count));
+    return exchange(boot::makeFrame(command, address, count));
 }
 
 BootStatus BootloaderClient::sendData(BootCommand command, std::uint16_t address, const std::vector<std::uint8_t>& data)
 {
-    return exchange(Boot::makeFrame(command, address, data));
+    return exchange(boot::makeFrame(command, address, data));
 }
 
 BootStatus BootloaderClient::exchange(const BootFrame& frame)
 {
-    const BootCommand command = Boot::commandOf(frame.front());
-    BootStatus status = BootStatus::None;
-    damaged = false;
-    const std::size_t written = send(*port, frame);
-    if (!echoOn || dropEcho(*port, written)) {
-        status = awaitReply(findDeadline(command));
+    // Nobody relies on the answer to a reset.
+    const bool answerCounts = boot::commandOf(frame.front()) != BootCommand::CmdReset;
+    if (otherDevice || (answerCounts && !ensureInStep(frame))) {
+        return BootStatus::None;
     }
-    if (!isAnswer(command, status)) {
-        noteUnanswered(command, Boot::addressOf(frame));
+    const BootStatus status = transfer(frame);
+    inFlight.request = frame;
+    if (!isAnswerTo(frame, status)) {
+        inFlight.cause = InFlight::Cause::Answer;
     }
     return status;
+}
+
+BootStatus BootloaderClient::transfer(const BootFrame& frame)
+{
+    const std::size_t written = send(*port, frame);
+    if (echoOn && !dropEcho(*port, written)) {
+        return BootStatus::None;
+    }
+    return awaitReply(findDeadline(boot::commandOf(frame.front())));
+}
+
+/// Makes sure that no reply to an earlier request can be taken for the answer to `frame`, which would make verification
+/// unsound. When a reply may be in flight, the client asks for something whose answer looks unlike it: a bare status
+/// where a data reply is missing, and a data reply where a status is. Once that answer has come, all replies before it
+/// have come too.
+///
+/// A repeat of the request that is without its answer is sent at once. That is not only allowed, since any reply to it
+/// will do, but necessary: the repeats use up the late replies, and a line with a long delay would never get in step
+/// otherwise.
+/// @return false when the probe was not answered, or by another device; `frame` must not be sent then.
+bool BootloaderClient::ensureInStep(const BootFrame& frame)
+{
+    while (inFlight.cause != InFlight::Cause::Nothing && inFlight.request != frame) {
+        const bool dataMissing = boot::wantsData(inFlight.request);
+        const BootFrame question = dataMissing ? boot::makeFrame(BootCommand::CmdBlankCheck, pingAddress, pingWords)
+                                               : boot::makeFrame(BootCommand::CmdGetVersion, 0, 0);
+        if (!probe(question)) {
+            return false;
+        }
+        if (!dataMissing) {
+            takeIdentity();
+            otherDevice = expectedDevice && deviceId != *expectedDevice;
+            if (otherDevice) {
+                return false;
+            }
+        }
+        // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
+        // answer to `frame`; otherwise they are the replies to wait for.
+        const bool settled = inFlight.probes == 1 || boot::wantsData(question) != boot::wantsData(frame);
+        inFlight = settled ? InFlight{} : InFlight{question, InFlight::Cause::Answer};
+    }
+    return true;
+}
+
+/// @return whether an answer to `question` has come.
+bool BootloaderClient::probe(const BootFrame& question)
+{
+    const BootCommand command = boot::commandOf(question.front());
+    const bool copyOnly = inFlight.cause == InFlight::Cause::Copy;
+    // A line with a long delay may bring the answer to one probe during the next, so that only the first one drops what
+    // is there. An echo, though, is only counted, so nothing may stand in front of it.
+    if ((inFlight.probes == 0 && !copyOnly) || echoOn || inFlight.debris) {
+        dropInput();
+    }
+    ++inFlight.probes;
+    inFlight.cause = InFlight::Cause::Answer;
+    const QDeadlineTimer deadline = now() + probeLimit.count();
+    BootStatus status = transfer(question);
+    while (!isAnswer(command, status) && !inFlight.debris && now() < deadline) {
+        status = awaitReply({});
+    }
+    if (!isAnswer(command, status)) {
+        return false;
+    }
+    // Noise may have looked like the answer.
+    if (!copyOnly) {
+        dropInput();
+    }
+    return true;
 }
 
 BootStatus BootloaderClient::awaitReply(std::chrono::milliseconds limit)
 {
     const BootStatus status = awaitStatus(limit);
-    damaged = status == BootStatus::Data && !takeDataReply();
-    return damaged ? BootStatus::None : status;
+    inFlight.debris = status == BootStatus::Data && !takeDataReply();
+    return inFlight.debris ? BootStatus::None : status;
 }
 
 BootStatus BootloaderClient::awaitStatus(std::chrono::milliseconds limit)
@@ -293,7 +318,7 @@ BootStatus BootloaderClient::awaitStatus(std::chrono::milliseconds limit)
     const QDeadlineTimer deadline = now() + limit.count();
     do {
         if (port->read(replyBuffer.data(), 1) == 1) {
-            const BootStatus status = Boot::statusOf(replyBuffer.front());
+            const BootStatus status = boot::statusOf(replyBuffer.front());
             if (status != BootStatus::None) {
                 return status;
             }
@@ -305,24 +330,47 @@ BootStatus BootloaderClient::awaitStatus(std::chrono::milliseconds limit)
 bool BootloaderClient::takeDataReply()
 {
     constexpr std::size_t statusSize = 1;
-    constexpr std::size_t headRest = Boot::replyDataOffset - statusSize;
+    constexpr std::size_t headRest = boot::replyDataOffset - statusSize;
     if (port->read(replyBuffer.data() + statusSize, headRest) < headRest) {
         return false;
     }
     const std::size_t words =
-        Boot::wordFrom(replyBuffer[Boot::replyCountOffset], replyBuffer[Boot::replyCountOffset + 1]);
-    const std::size_t total = Boot::replySize(words);
-    if (total >= Boot::replyCapacity) {
+        boot::wordFrom(replyBuffer[boot::replyCountOffset], replyBuffer[boot::replyCountOffset + 1]);
+    const std::size_t total = boot::replySize(words);
+    if (total >= boot::replyCapacity) {
         return false;
     }
-    const std::size_t rest = total - Boot::replyDataOffset;
-    if (port->read(replyBuffer.data() + Boot::replyDataOffset, rest) < rest) {
+    const std::size_t rest = total - boot::replyDataOffset;
+    if (port->read(replyBuffer.data() + boot::replyDataOffset, rest) < rest) {
         return false;
     }
     const std::span<const std::uint8_t> whole(replyBuffer.data(), total);
-    if (!Boot::isIntact(whole)) {
+    if (!boot::isIntact(whole)) {
         return false;
     }
     reply.assign(whole.begin(), whole.end());
     return true;
+}
+
+/// Whether a reply proves to be the answer to `frame`. One that does not may belong to something else, with the answer
+/// still to come.
+bool BootloaderClient::isAnswerTo(const BootFrame& frame, BootStatus status) const
+{
+    const BootCommand command = boot::commandOf(frame.front());
+    return isAnswer(command, status) &&
+           (command != BootCommand::CmdReadBlock || reply.size() == boot::replySize(boot::countOf(frame)));
+}
+
+/// Takes versions and identity out of the last version reply, unless it is too short to hold them.
+void BootloaderClient::takeIdentity()
+{
+    if (reply.size() < versionReplySize) {
+        return;
+    }
+    bootloaderVersion = BootVersion::fromWord(wordAt(reply, bootloaderVersionOffset));
+    firmwareVersion = BootVersion::fromWord(wordAt(reply, firmwareVersionOffset));
+    deviceId = wordAt(reply, deviceIdOffset);
+    const DeviceFamily& family = findFamily(familyOf(deviceId));
+    codeStart = family.codeStart;
+    codeEnd = family.codeEnd;
 }

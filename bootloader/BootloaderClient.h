@@ -2,12 +2,11 @@
 
 #include "bootloader/BootFrame.h"
 #include "bootloader/BootVersion.h"
+#include "bootloader/Clock.h"
 
-#include <QDeadlineTimer>
-
+#include <array>
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,31 +14,28 @@
 
 class SerialPort;
 
-/// The result of a blank check; `blank` says something only when `answered` is true.
+/// The result of a blank check; `blank` is valid only when `answered` is true.
 struct BootAnswer {
     bool blank = false;
     bool answered = false;
 };
 
-/// The bootloader of a device as operations: each one request on the line and its reply. Nothing throws, nothing is
+/// The bootloader of a device as operations: each sends one request and reads its reply. Nothing throws, nothing is
 /// repeated here, and a caller cannot tell a reply that did not come from one that was refused or damaged.
+///
+/// Replies carry no address. The client therefore makes sure that a late reply to an earlier request is not taken for
+/// the answer to a new one, see `ensureInStep`. Where it cannot, the operation ends as one without an answer.
 ///
 /// Addresses are byte addresses, of which the low 16 bits go on the wire. All operations run on one thread; `cancel`
 /// alone may come from another.
 class BootloaderClient
 {
 public:
-    /// Tells the present moment.
-    using Clock = std::function<QDeadlineTimer()>;
-
-    /// The clock that every client but one under test goes by.
-    static QDeadlineTimer systemClock() { return QDeadlineTimer::current(Qt::CoarseTimer); }
-
     /// Owns a closed port of the platform's kind: 9600 baud, 8N1, limits of 500 ms for a write and 100 ms for a read.
     BootloaderClient();
 
-    /// Owns a given, closed port. The deadlines of replies go by `clock`.
-    explicit BootloaderClient(std::unique_ptr<SerialPort> serialPort, Clock clock = systemClock);
+    /// Owns a given, closed port. The deadlines of replies go by `clientClock`.
+    explicit BootloaderClient(std::unique_ptr<SerialPort> serialPort, Clock clientClock = systemClock);
 
     BootloaderClient(const BootloaderClient&) = delete;
     BootloaderClient& operator=(const BootloaderClient&) = delete;
@@ -78,25 +74,25 @@ public:
     bool writeBlock(std::uint32_t address, const std::vector<std::uint8_t>& data);
 
     /// Reads `size` bytes (rounded up to whole words, at least one) from `address` on.
-    /// @return the bytes that came, whose number the device decided; empty on failure. Of a damaged reply nothing is
-    /// left in the input queue.
+    /// @return the bytes that came, whose number the device decided; empty on failure.
     std::vector<std::uint8_t> readBlock(std::uint32_t address, std::uint64_t size);
 
     /// Resets the device.
     /// @return true, whatever came.
     bool resetDevice(std::uint32_t address);
 
-    /// Drops what comes in until the line falls silent for one read limit, so that the next reply belongs to the next
-    /// request. Ends in bounded time on a line that never falls silent, and at once after a cancel.
-    void dropInput();
+    /// Reports that the last reply may have belonged to an earlier request: drops what comes in until the line is
+    /// silent for one read limit, and lets a repeat of the request, but nothing else, be sent without further checks.
+    /// Ends in bounded time on a line that is never silent, and at once after a cancel.
+    void rejectReply();
 
-    /// Makes sure that no reply to an earlier request can be taken for the next one's: a wrong match is how a burn
-    /// would lie. Takes no time when every request has its answer. Otherwise it drops the input and asks the bootloader
-    /// something whose answer looks unlike the one that is missing; since requests are answered in their order, nothing
-    /// is on its way any more when that answer comes. Where it had to ask more than once, a later answer of the same
-    /// kind may still come, and the next request then fails on it.
-    /// @return whether the line is in step; false when no such answer came, and another call may do.
-    bool resynchronise();
+    /// Announces that the next request could be satisfied by a second copy of the last reply, as when a block is read
+    /// that should hold the same bytes as the one before. The client then makes sure that no copy is in flight.
+    void expectEqualReply();
+
+    /// True when the device that answers turned out to have another identity than `expectedDevice`. Nothing is sent any
+    /// more from then on: every operation ends as one without an answer.
+    bool metOtherDevice() const { return otherDevice; }
 
     /// Versions and identity out of the last good version reply.
     BootVersion bootloaderVersion;
@@ -105,39 +101,59 @@ public:
     /// First and last address of the device's code memory, from its row of the family table. Held, not enforced.
     std::uint32_t codeStart = 0;
     std::uint32_t codeEnd = 0;
+    /// The line echoes what is sent; set before `open`.
+    bool echoOn = false;
+    /// The only device that the burn is for. `readVersion` reports any; a version request that the client makes of its
+    /// own accord checks the identity against this one.
+    std::optional<std::uint16_t> expectedDevice;
 
 private:
+    /// What may still come in for requests that are over.
+    ///
+    /// Invariant: the device answers requests in their order, so the only replies in flight are those to `request`, as
+    /// often as it was sent, and behind them those to `probes` probes. No reply is in flight when `cause` is `Nothing`.
+    struct InFlight {
+        enum class Cause {
+            Nothing,
+            /// A second copy of the reply, should the device or the link have made one.
+            Copy,
+            /// The reply itself: the request was repeated, or left behind, without its answer.
+            Answer,
+        };
+
+        BootFrame request;
+        Cause cause = Cause::Nothing;
+        int probes = 0;
+        /// The input queue may hold the rest of a damaged data reply, which can look like any reply.
+        bool debris = false;
+    };
+
     BootStatus sendCommand(BootCommand command, std::uint16_t address, std::uint16_t count);
     BootStatus sendData(BootCommand command, std::uint16_t address, const std::vector<std::uint8_t>& data);
 
-    /// Puts a request on the line and brings its reply back: one write, then reads until a status byte, and what
-    /// belongs to it, has come or the deadline of the command has passed. The deadline is tested only after a read, so
-    /// a silent line is left at the first multiple of the read limit past it. What a failed exchange leaves in the
-    /// input queue is met by the next one, which drops bytes that are no status.
-    /// @return the status; `Data` when `reply` holds a new, whole and intact data reply; `None` in every other case.
+    /// Sends a request and reads its reply: one write, then reads until a status byte, and what belongs to it, has come
+    /// or the deadline of the command has passed. The deadline is tested only after a read, so a silent line is left at
+    /// the first multiple of the read limit past it. What a failed exchange leaves in the input queue is met by the
+    /// next one, which drops bytes that are no status.
+    /// @return the status; `Data` when `reply` holds a new, whole and intact data reply; `None` in every other case,
+    /// also when the request was not sent because an earlier reply could still come.
     BootStatus exchange(const BootFrame& frame);
+    BootStatus transfer(const BootFrame& frame);
+    void dropInput();
+    bool ensureInStep(const BootFrame& frame);
+    bool probe(const BootFrame& question);
     BootStatus awaitReply(std::chrono::milliseconds limit);
     BootStatus awaitStatus(std::chrono::milliseconds limit);
     bool takeDataReply();
-    void noteUnanswered(BootCommand command, std::uint16_t address);
-    void forgetUnanswered();
+    bool isAnswerTo(const BootFrame& frame, BootStatus status) const;
+    void takeIdentity();
 
     /// The last good data reply, from its status byte through its checksum.
     std::vector<std::uint8_t> reply;
     std::unique_ptr<SerialPort> port;
-
-public:
-    /// The line echoes what is sent; set before `open`.
-    bool echoOn = false;
-
-private:
-    /// A request is without its answer, which may still come.
-    bool unanswered = false;
-    /// Among these requests is one for the block at this address, ...
-    std::optional<std::uint16_t> unansweredBlock;
-    /// ... or the last one of `resynchronise`.
-    bool probeUnanswered = false;
-    /// The last exchange met a data reply that was cut or not intact.
-    bool damaged = false;
-    Clock now = systemClock;
+    /// Where a reply is read to. The first byte is the status of the current exchange.
+    std::array<std::uint8_t, boot::replyCapacity> replyBuffer{};
+    InFlight inFlight;
+    bool otherDevice = false;
+    Clock now;
 };

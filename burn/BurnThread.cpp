@@ -3,27 +3,23 @@
 #include "bootloader/BootloaderClient.h"
 #include "burn/BurnMessageEvent.h"
 #include "burn/BurnProgressEvent.h"
+#include "firmware/BurnLimits.h"
 #include "firmware/FirmwareFile.h"
 
 #include <QCoreApplication>
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <utility>
 #include <vector>
 
 namespace
 {
 
-/// Bytes of the largest block that goes to the device.
-constexpr std::size_t blockSize = 512;
-/// The last address that a request can name.
-constexpr std::uint32_t lastAddress = 0xFFFF;
 /// `link` of a firmware file for a line that echoes what is sent.
 constexpr int echoLink = 1;
 
-constexpr int usualDeadlineMs = 1000;
+constexpr int defaultDeadlineMs = 1000;
 constexpr int powerupDelayMs = 3000;
 constexpr int noDeadline = -1;
 
@@ -49,21 +45,21 @@ const BurnThread::StateRow& BurnThread::rowOf(State wanted)
     using enum State;
     // clang-format off
     static constexpr std::array<StateRow, 8> rows = {{
-        {Finished, true, nullptr, usualDeadlineMs, Span::Unchanged,
+        {Finished, true, nullptr, defaultDeadlineMs, Span::Unchanged,
             {QT_TR_NOOP("<b>Complete</b>")}, &T::finishedStep},
         {WaitDevice, true, QT_TR_NOOP("Waiting for device"), noDeadline, Span::Unchanged,
             {QT_TR_NOOP("Waiting for device on '%1'...")}, &T::waitDeviceStep},
         {PowerupDelay, true, QT_TR_NOOP("Delay"), powerupDelayMs, Span::Delay,
             {QT_TR_NOOP("Powerup delay...")}, &T::powerupDelayStep},
-        {Erase, false, QT_TR_NOOP("Erasing"), usualDeadlineMs, Span::Unchanged,
+        {Erase, false, QT_TR_NOOP("Erasing"), defaultDeadlineMs, Span::Unchanged,
             {QT_TR_NOOP("<b>DO NOT TURN OFF</b> device during programming"), QT_TR_NOOP("Erasing...")}, &T::eraseStep},
-        {BlankCheck, false, QT_TR_NOOP("Blank Checking"), usualDeadlineMs, Span::Image,
+        {BlankCheck, false, QT_TR_NOOP("Blank Checking"), defaultDeadlineMs, Span::Image,
             {QT_TR_NOOP("Blank Checking...")}, &T::blankCheckStep},
-        {Program, false, QT_TR_NOOP("Programming"), usualDeadlineMs, Span::Image,
+        {Program, false, QT_TR_NOOP("Programming"), defaultDeadlineMs, Span::Image,
             {QT_TR_NOOP("Programming...")}, &T::programStep},
-        {Verify, true, QT_TR_NOOP("Verifying"), usualDeadlineMs, Span::Image,
+        {Verify, true, QT_TR_NOOP("Verifying"), defaultDeadlineMs, Span::Image,
             {QT_TR_NOOP("Verifying...")}, &T::verifyStep},
-        {Reset, true, QT_TR_NOOP("Reset"), usualDeadlineMs, Span::Unchanged,
+        {Reset, true, QT_TR_NOOP("Reset"), defaultDeadlineMs, Span::Unchanged,
             {QT_TR_NOOP("Reset device")}, &T::resetStep},
     }};
     // clang-format on
@@ -77,9 +73,6 @@ BurnThread::BurnThread(QObject* parent, ClientFactory clientFactory, Clock clock
 {
     if (!makeClient) {
         makeClient = [] { return std::make_shared<BootloaderClient>(); };
-    }
-    if (!now) {
-        now = [] { return QDeadlineTimer::current(Qt::CoarseTimer); };
     }
 }
 
@@ -107,7 +100,7 @@ void BurnThread::run()
 {
     firmware = std::make_unique<FirmwareFile>();
     client = makeClient();
-    cancelHandle.offer(client);
+    cancelHandle.publish(client);
     const Outcome ended = loadFirmware() && openPort() ? walkStates() : Outcome::Failed;
     firmware.reset();
     cancelHandle.take();
@@ -118,7 +111,7 @@ void BurnThread::run()
 bool BurnThread::loadFirmware()
 {
     const bool loaded = firmware->load(fileName);
-    const QString reason = loaded ? refusal() : firmware->errorText;
+    const QString reason = loaded ? validateFirmware() : firmware->errorText;
     if (loaded && reason.isEmpty()) {
         return true;
     }
@@ -126,10 +119,10 @@ bool BurnThread::loadFirmware()
     return false;
 }
 
-/// Why a firmware file that was read well must not be burned; empty when it may.
-QString BurnThread::refusal() const
+/// @return why a firmware file that was read well must not be burned; empty when it may.
+QString BurnThread::validateFirmware() const
 {
-    if (const auto address = firmware->image.firstDataAbove(lastAddress)) {
+    if (const auto address = firstAddressOutOfReach(firmware->image)) {
         return tr("Data at address 0x%1 is out of reach of the bootloader").arg(*address, 0, 16);
     }
     if (firmware->baudrate <= 0) {
@@ -142,6 +135,7 @@ bool BurnThread::openPort()
 {
     postLog(tr("Uploading firmware: '%1' %2").arg(firmware->target, firmware->version));
     client->echoOn = firmware->link == echoLink;
+    client->expectedDevice = firmware->device;
     if (client->open(portName.toStdString(), static_cast<std::uint32_t>(firmware->baudrate))) {
         return true;
     }
@@ -151,23 +145,25 @@ bool BurnThread::openPort()
 
 BurnThread::Outcome BurnThread::walkStates()
 {
-    succeeded = false;
+    verification = {};
     setState(State::WaitDevice);
     while (!isInterruptionRequested()) {
         (this->*rowOf(state).step)();
+        if (client->metOtherDevice() && state != State::Finished) {
+            refuseDevice();
+        }
     }
-    if (state == State::Finished) {
-        return succeeded ? Outcome::Succeeded : Outcome::Failed;
+    if (state != State::Finished) {
+        postLog(tr("Operation cancelled by user"));
+        return Outcome::Cancelled;
     }
-    postLog(tr("Operation cancelled by user"));
-    return Outcome::Cancelled;
+    return verification.passed ? Outcome::Succeeded : Outcome::Failed;
 }
 
 void BurnThread::setState(State newState)
 {
     state = newState;
     advance = true;
-    verification = {};
     firmware->scanner.reset(0);
     postValue(0);
 
@@ -206,9 +202,14 @@ void BurnThread::waitDeviceStep()
     if (client->deviceId == firmware->device) {
         setState(State::PowerupDelay);
     } else {
-        postError(tr("Device is not support"));
-        setState(State::Finished);
+        refuseDevice();
     }
+}
+
+void BurnThread::refuseDevice()
+{
+    postError(tr("Device is not support"));
+    setState(State::Finished);
 }
 
 void BurnThread::powerupDelayStep()
@@ -223,11 +224,7 @@ void BurnThread::powerupDelayStep()
 
 void BurnThread::eraseStep()
 {
-    if (!mayGoOn()) {
-        return;
-    }
-    advance = client->eraseMemory();
-    if (!advance) {
+    if (!client->eraseMemory()) {
         return;
     }
     postLog(tr("Erase successful"));
@@ -236,9 +233,6 @@ void BurnThread::eraseStep()
 
 void BurnThread::blankCheckStep()
 {
-    if (!mayGoOn()) {
-        return;
-    }
     if (!takeBlock()) {
         postLog(tr("Blank check complete, device is blank"));
         setState(State::Program);
@@ -256,9 +250,6 @@ void BurnThread::blankCheckStep()
 
 void BurnThread::programStep()
 {
-    if (!mayGoOn()) {
-        return;
-    }
     if (!takeBlock()) {
         postLog(tr("Programming complete"));
         setState(State::Verify);
@@ -274,33 +265,34 @@ void BurnThread::programStep()
 
 void BurnThread::verifyStep()
 {
-    if (!mayGoOn()) {
-        return;
-    }
+    const BlockScanner& block = firmware->scanner;
+    const QByteArray dataBefore = block.data;
     if (!takeBlock()) {
         closeVerification();
         return;
     }
-    const BlockScanner& block = firmware->scanner;
     postValue(static_cast<std::int32_t>(block.address));
+    if (advance && block.data == dataBefore) {
+        client->expectEqualReply();
+    }
     const auto readBack = client->readBlock(block.address, static_cast<std::uint64_t>(block.data.size()));
     advance = !readBack.empty();
     if (!advance) {
         postError(withBlock(tr("Error while verifying %1:%2")));
     } else {
-        judgeBlock(std::equal(readBack.begin(), readBack.end(), block.data.begin(), block.data.end(),
+        recordVerifyResult(std::equal(readBack.begin(), readBack.end(), block.data.begin(), block.data.end(),
             [](std::uint8_t read, char written) { return read == static_cast<std::uint8_t>(written); }));
     }
 }
 
-/// Takes the result of comparing the present block. One that differs gets a second look on a quiet line, since what
-/// was compared may have been a late reply to an earlier request.
-void BurnThread::judgeBlock(bool matches)
+/// Records the result of comparing the current block. A block that differs is read a second time on a silent line,
+/// since what was compared may have been a late reply to an earlier request.
+void BurnThread::recordVerifyResult(bool matches)
 {
     const bool lookAgain = !matches && !verification.secondLook;
     if (lookAgain) {
         postError(withBlock(tr("Data no match %1:%2")));
-        client->dropInput();
+        client->rejectReply();
     }
     verification.secondLook = lookAgain;
     advance = !lookAgain;
@@ -312,7 +304,8 @@ void BurnThread::judgeBlock(bool matches)
 
 void BurnThread::closeVerification()
 {
-    if (verification.badBlocks == 0) {
+    verification.passed = verification.badBlocks == 0;
+    if (verification.passed) {
         postLog(tr("Verification successful"));
         setState(State::Reset);
     } else {
@@ -326,31 +319,17 @@ void BurnThread::closeVerification()
 void BurnThread::resetStep()
 {
     client->resetDevice(0);
-    succeeded = true;
     setState(State::Finished);
 }
 
-/// Whether this pass may ask the device for something new. A late reply taken for the answer to another request is how
-/// a burn would lie, so none may be on its way; a repeat, which a late reply answers as well, goes at once.
-bool BurnThread::mayGoOn()
-{
-    return !advance || client->resynchronise();
-}
-
-/// Makes the block of this pass the present one: the next one, or the same once more.
+/// Makes the block of this pass the current one: the next one, or the same once more.
 /// @return false when no block is left.
 bool BurnThread::takeBlock()
 {
-    BlockScanner& block = firmware->scanner;
-    if (advance && !block.next(blockSize)) {
-        return false;
-    }
-    // A block of full length may end in unused bytes behind the last address, which would wrap onto the first ones.
-    block.data.truncate(qsizetype{lastAddress} + 1 - block.address);
-    return true;
+    return !advance || nextBurnBlock(firmware->scanner);
 }
 
-/// `text` with address and size of the present block in place of %1 and %2.
+/// @return `text` with address and size of the current block in place of %1 and %2.
 QString BurnThread::withBlock(const QString& text) const
 {
     const BlockScanner& block = firmware->scanner;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bootloader/Clock.h"
 #include "burn/CancelHandle.h"
 
 #include <QDeadlineTimer>
@@ -17,9 +18,9 @@ class FirmwareFile;
 /// Runs burns, one at a time, each on a thread of its own: reads the firmware file, opens the port, and walks the
 /// device through erase, blank check, programming, verification and reset.
 ///
-/// What there is to show goes as `BurnMessageEvent` and `BurnProgressEvent` to the parent, in order, all of it before
-/// `finished`. The object serves any number of burns, one after the other, with a new client each. Its own operations
-/// are for the thread that it was made on.
+/// All output goes as `BurnMessageEvent` and `BurnProgressEvent` to the parent, in order and before `finished`. The
+/// object serves any number of burns, one after the other, with a new client each. Its own operations are for the
+/// thread that it was made on.
 class BurnThread : public QThread
 {
     Q_OBJECT
@@ -27,9 +28,6 @@ class BurnThread : public QThread
 public:
     /// Makes a closed client for one burn; called on the worker thread.
     using ClientFactory = std::function<std::shared_ptr<BootloaderClient>()>;
-
-    /// Tells the present moment; called on the worker thread.
-    using Clock = std::function<QDeadlineTimer()>;
 
     enum class Outcome {
         /// Every block was read back and compared equal, and the device was told to reset.
@@ -40,9 +38,8 @@ public:
         Cancelled,
     };
 
-    /// `parent` receives the events and outlives every burn. By default the clients have a port of this platform, and
-    /// the clock is the system's.
-    explicit BurnThread(QObject* parent, ClientFactory clientFactory = {}, Clock clock = {});
+    /// `parent` receives the events and outlives every burn. By default the clients have a port of this platform.
+    explicit BurnThread(QObject* parent, ClientFactory clientFactory = {}, Clock clock = systemClock);
     ~BurnThread() override;
     Q_DISABLE_COPY_MOVE(BurnThread)
 
@@ -54,7 +51,7 @@ public:
     /// its reply deadline (300 ms), reading the file is not cut short. No reset is sent.
     void stopBurn();
 
-    /// How the last burn ended. Says something once its thread has finished.
+    /// How the last burn ended; valid once its thread has finished.
     Outcome outcome() const { return lastOutcome; }
 
 protected:
@@ -73,24 +70,27 @@ private:
     };
     struct StateRow;
 
-    /// What a pass of `Verify` has found so far.
+    /// What the pass of `Verify` has found so far.
     struct Verification {
         int blocks = 0;
         int badBlocks = 0;
-        /// The present block differed once and is being read again.
+        /// The current block differed once and is being read again.
         bool secondLook = false;
+        /// The pass is over, and every block was equal.
+        bool passed = false;
     };
 
     static const StateRow& rowOf(State wanted);
     void setState(State newState);
 
     bool loadFirmware();
-    QString refusal() const;
+    QString validateFirmware() const;
     bool openPort();
     Outcome walkStates();
 
     void finishedStep();
     void waitDeviceStep();
+    void refuseDevice();
     void powerupDelayStep();
     void eraseStep();
     void blankCheckStep();
@@ -98,10 +98,9 @@ private:
     void verifyStep();
     void resetStep();
 
-    bool mayGoOn();
     bool takeBlock();
     QString withBlock(const QString& text) const;
-    void judgeBlock(bool matches);
+    void recordVerifyResult(bool matches);
     void closeVerification();
 
     void postLog(const QString& text);
@@ -115,19 +114,17 @@ private:
     QString fileName;
     /// The state that the next pass works in.
     State state = State::Finished;
-    /// The end of the present state, where it has one.
+    /// The end of the current state, where it has one.
     QDeadlineTimer deadline;
     /// The worker's reference; null outside a run.
     std::shared_ptr<BootloaderClient> client;
     /// Null outside a run.
     std::unique_ptr<FirmwareFile> firmware;
-    /// The next pass of a block state takes a new block; otherwise it repeats the present one.
+    /// The next pass of a block state takes a new block; otherwise it repeats the current one.
     bool advance = true;
 
     Verification verification;
-    /// The device was verified and reset.
-    bool succeeded = false;
-    /// The last thing that a run writes, so that who has read it sees all that the run wrote.
+    /// The last thing that a run writes, so that a thread that has read it sees all that the run wrote.
     std::atomic<Outcome> lastOutcome = Outcome::Failed;
     ClientFactory makeClient;
     Clock now;

@@ -8,11 +8,11 @@
 
 class BootloaderClient;
 
-/// One reference to the client of the running burn, laid out by the worker for the thread that may want to cancel it.
+/// Atomic slot from which another thread takes the client of the running burn, in order to cancel it.
 ///
-/// Whoever takes the reference has it whole and alone, by one atomic exchange: the client lives at least as long as
-/// the taker holds on to it, and neither side ever waits for the other. The pointer to a reference on the heap stands
-/// in for `std::atomic<std::shared_ptr>`, whose `load` in the library of GCC 12 unlocks without release order.
+/// Each published reference is taken once, by one atomic exchange: the client lives at least as long as the taker keeps
+/// the reference, and neither side waits for the other. The slot holds a pointer to a `std::shared_ptr` rather than a
+/// `std::atomic<std::shared_ptr>`, whose `load` in the library of GCC 12 unlocks without release order.
 class CancelHandle
 {
 public:
@@ -20,10 +20,10 @@ public:
     ~CancelHandle() { take(); }
     Q_DISABLE_COPY_MOVE(CancelHandle)
 
-    /// Lays out a reference, in place of the one that may still lie there.
-    void offer(std::shared_ptr<BootloaderClient> client) { exchange(std::make_unique<Reference>(std::move(client))); }
+    /// Publishes a reference; replaces the previous one.
+    void publish(std::shared_ptr<BootloaderClient> client) { exchange(std::make_unique<Reference>(std::move(client))); }
 
-    /// Takes the reference away; null when none lies there.
+    /// @return the published reference, which leaves the slot empty; null when it is empty already.
     std::shared_ptr<BootloaderClient> take()
     {
         const std::unique_ptr<Reference> taken = exchange(nullptr);
@@ -35,8 +35,8 @@ private:
 
     std::unique_ptr<Reference> exchange(std::unique_ptr<Reference> next)
     {
-        return std::unique_ptr<Reference>(offered.exchange(next.release()));
+        return std::unique_ptr<Reference>(published.exchange(next.release()));
     }
 
-    std::atomic<Reference*> offered = nullptr;
+    std::atomic<Reference*> published = nullptr;
 };

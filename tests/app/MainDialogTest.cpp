@@ -22,8 +22,8 @@ namespace
 
 /// The dialog as its user sees it: found by the names of its widgets, driven by keys and clicks.
 struct Window {
-    explicit Window(const QString& script = {})
-        : device(script)
+    explicit Window(const Faults& faults = {})
+        : device(faults)
     {
         device.pingMs = 20;
         dialog = std::make_unique<MainDialog>(nullptr, device.clientFactory());
@@ -128,7 +128,7 @@ private Q_SLOTS:
 
     void breakButton()
     {
-        const Window window("v*-");
+        const Window window({{'v', Fault::every, Fault::Ignored}});
         window.burn(file);
         QTRY_VERIFY(window.start()->isEnabled());
         QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
@@ -140,7 +140,7 @@ private Q_SLOTS:
 
     void closingAsks()
     {
-        Window window("e1s");
+        Window window({{'e', 1, Fault::Stop}});
         std::atomic<bool> eraseRequested = false;
         window.device.requestStop = [&] { eraseRequested = true; };
         window.burn(file);

@@ -64,6 +64,15 @@ struct Link {
         line->device = [=](const Bytes&) { return ScriptedLine::Reply{reply, after}; };
     }
 
+    /// Lets the device answer reads and version requests with `dataReply`, and confirm everything else.
+    void obey(const Bytes& dataReply, milliseconds after = {})
+    {
+        line->device = [=](const Bytes& request) {
+            const bool wantsData = request[1] == 0x14 || request[1] == 0x1E;
+            return ScriptedLine::Reply{wantsData ? dataReply : Bytes{0x90}, after};
+        };
+    }
+
     /// Makes a call, and tells how long after the request it ended.
     int waited(const Call& call)
     {
@@ -115,7 +124,7 @@ private Q_SLOTS:
         QTEST(link.line->requests.empty() ? QByteArray() : hex(link.line->requests.front()), "request");
         link.answer(Bytes(3000, 0x55));
         QTEST(link.waited(call), "deadline");
-        link.client.dropInput();
+        link.client.rejectReply();
         link.client.cancel();
         const auto before = link.line->now;
         call(link.client);
@@ -170,43 +179,133 @@ private Q_SLOTS:
         QTEST(call(link.client), "result");
     }
 
-    /// A reply that comes after its deadline answers the next request, unless the line is brought back in step, which
-    /// takes an answer that cannot be the late one.
-    void resynchronise()
+    void lateReplies_data()
     {
-        for (const bool resynchronised : {false, true}) {
-            Link link(ScriptedLine::dataReply({7, 7}).bytes, milliseconds(350));
-            QVERIFY(link.client.readBlock(0, 2).empty());
-            link.answer({0x90});
-            QVERIFY(!resynchronised || link.client.resynchronise());
-            link.answer(ScriptedLine::dataReply({1, 2}).bytes);
-            QCOMPARE(hex(link.client.readBlock(0, 2)), QByteArray(resynchronised ? "01 02" : "07 07"));
-        }
-        Link link;
-        QVERIFY(!link.client.writeBlock(0, {1, 2}) && !link.client.resynchronise());
-        for (const char* status : {"90", "A0"}) {
-            link.answer(bytes(status));
-            QVERIFY2(!link.client.resynchronise(), "the answer could be that of the write");
-        }
-        for (const int latency : {110, 190, 350}) {
-            QVERIFY(!link.client.writeBlock(0, {1, 2}));
-            link.answer(ScriptedLine::dataReply({1, 2, 3, 4, 5, 6}).bytes, milliseconds(latency));
-            QVERIFY2(link.client.resynchronise() || link.client.resynchronise(), "a slow link gets in step too");
-            QVERIFY(!link.client.readBlock(0x3100, 2).empty() || !link.client.readBlock(0x3100, 2).empty());
-            link.answer({0x70});
-            QVERIFY2(link.client.resynchronise(), "what came was not what was asked for");
-            QCOMPARE(hex(link.line->requests.back()), QByteArray("80 1C 00 31 01 00 7E D2"));
-        }
-        const auto start = link.line->now;
-        QVERIFY(link.client.resynchronise());
-        QCOMPARE(link.line->now, start);
+        QTest::addColumn<Call>("first");
+        QTest::addColumn<Bytes>("reply");
+        QTest::addColumn<int>("lateMs");
+        QTest::addColumn<Call>("second");
+        QTest::addColumn<QByteArray>("result");
+        QTest::addColumn<QByteArray>("probe");
 
-        link.answer(bytes("80 00 00 00 01 00 90 90 00 00"));
+        const QByteArray version = "80 1E 00 00 00 00 7F E1";
+        const QByteArray blankWord = "80 1C F0 FF 01 00 8E 1C";
+        const Bytes data = ScriptedLine::dataReply({7, 7}).bytes;
+        const auto row = [](const char* name, const Call& first, const Bytes& reply, int lateMs, const Call& second,
+                             const QByteArray& result, const QByteArray& probe) {
+            QTest::newRow(name) << first << reply << lateMs << second << result << probe;
+        };
+        row("none", readBlock(0, 2), data, 0, readBlock(2, 2), "01 02", "");
+        row("read", readBlock(0, 2), data, 350, readBlock(2, 2), "01 02", blankWord);
+        row("same read again", readBlock(2, 2), data, 350, readBlock(2, 2), "07 07", "");
+        row("read, of another length", readBlock(0, 4), data, 0, readBlock(2, 2), "01 02", blankWord);
+        row("read, refused", readBlock(0, 2), {0xA0}, 0, readBlock(2, 2), "01 02", blankWord);
+        row("read, damaged", readBlock(0, 2), bytes("80 00 00 00 01 00 90 90 00 00 90"), 0, readBlock(2, 2), "01 02",
+            blankWord);
+        row("version, then a blank check", readVersion, data, 110, blankCheck(2, 2), "blank", blankWord);
+        row("blank check", blankCheck(0, 2), {0x70}, 110, blankCheck(2, 2), "blank", version);
+        row("write", writeBlock(0, {1, 2}), {0xA0}, 350, writeBlock(2, {1, 2}), "yes", version);
+        row("write, then a read", writeBlock(0, {1, 2}), {0x90}, 350, readBlock(2, 2), "01 02", version);
+        row("erase", eraseMemory, {0x90}, 350, blankCheck(2, 2), "blank", version);
+        row("before a reset", readBlock(0, 2), data, 350, resetDevice, "yes", "");
+    }
+
+    /// A reply that comes after its deadline is not taken for the answer to another request: the client first asks for
+    /// something whose answer looks unlike it.
+    void lateReplies()
+    {
+        QFETCH(const Call, first);
+        QFETCH(const Call, second);
+        QFETCH(const Bytes, reply);
+        QFETCH(const int, lateMs);
+        Link link(reply, milliseconds(lateMs));
+        first(link.client);
+        link.obey(ScriptedLine::dataReply({1, 2}).bytes);
+        QTEST(second(link.client), "result");
+        QTEST(link.line->requests.size() == 2 ? QByteArray() : hex(link.line->requests[1]), "probe");
+    }
+
+    void unansweredProbe()
+    {
+        Link link;
+        QVERIFY(!link.client.writeBlock(0, {1, 2}));
+        for (const char* status : {"", "90", "A0"}) {
+            link.answer(bytes(status));
+            const std::size_t before = link.line->requests.size();
+            QVERIFY2(!link.client.writeBlock(2, {1, 2}), "what came could be the answer to the first write");
+            QCOMPARE(link.line->requests.size(), before + 1);
+            QCOMPARE(link.line->requests.back()[1], std::uint8_t{0x1E});
+        }
+        link.obey(ScriptedLine::dataReply({}).bytes);
+        QVERIFY(link.client.writeBlock(2, {1, 2}));
+    }
+
+    /// Delays up to the limit of a probe and beyond it neither stall the client nor mislead it.
+    void slowLinks()
+    {
+        for (const int delayMs : {110, 190, 290, 350}) {
+            Link link;
+            link.obey(ScriptedLine::dataReply({1, 2}).bytes, milliseconds(delayMs));
+            const auto inTheEnd = [&link](const Call& call, const QByteArray& result) {
+                for (int attempt = 0; attempt < 10; ++attempt) {
+                    if (call(link.client) == result) {
+                        return true;
+                    }
+                }
+                return false;
+            };
+            QVERIFY(inTheEnd(readVersion, "00 00 00 00 00 00 / 0 0 0"));
+            QVERIFY(inTheEnd(eraseMemory, "yes"));
+            QVERIFY(inTheEnd(blankCheck(0, 2), "blank"));
+            QVERIFY(inTheEnd(writeBlock(0, {1, 2}), "yes"));
+            QVERIFY(inTheEnd(writeBlock(2, {1, 2}), "yes"));
+            QVERIFY(inTheEnd(readBlock(0, 2), "01 02"));
+            QVERIFY(inTheEnd(readBlock(2, 2), "01 02"));
+        }
+    }
+
+    void equalReplies()
+    {
+        for (const bool announced : {false, true}) {
+            Link link;
+            link.obey(ScriptedLine::dataReply({1, 2}).bytes);
+            link.client.readBlock(0, 2);
+            link.line->deliver(ScriptedLine::dataReply({7, 7}));
+            if (announced) {
+                link.client.expectEqualReply();
+            }
+            QCOMPARE(hex(link.client.readBlock(2, 2)), QByteArray(announced ? "01 02" : "07 07"));
+        }
+    }
+
+    void anotherDevice()
+    {
+        for (const int device : {0x0300, 0x0301}) {
+            Link link;
+            link.client.expectedDevice = 0x0300;
+            link.client.ping();
+            link.line->device = [device](const Bytes& request) {
+                return request[1] == 0x1E ? ScriptedLine::dataReply({1, 1, 1, 1, std::uint8_t(device), 3})
+                                          : ScriptedLine::Reply{{0x90}};
+            };
+            const bool expected = device == 0x0300;
+            QCOMPARE(link.client.eraseMemory(), expected);
+            QCOMPARE(link.client.metOtherDevice(), !expected);
+            const std::size_t sent = link.line->requests.size();
+            QCOMPARE(link.client.writeBlock(0, {1, 2}), expected);
+            link.client.resetDevice(0);
+            QCOMPARE(link.line->requests.size(), sent + (expected ? 2 : 0));
+        }
+    }
+
+    void damagedReply()
+    {
+        Link link(bytes("80 00 00 00 01 00 90 90 00 00 55 90"));
         QVERIFY(link.client.readBlock(0, 2).empty());
-        QVERIFY2(link.line->input.empty(), "nothing is left of a damaged reply");
+        QCOMPARE(link.line->input.size(), std::size_t{2});
         link.line->deliver({Bytes(100'000)});
         const auto flood = link.line->now;
-        link.client.dropInput();
+        link.client.rejectReply();
         QVERIFY2(link.line->now - flood < milliseconds(1000), "ends on a line that is never silent");
     }
 

@@ -39,7 +39,7 @@ private Q_SLOTS:
         const auto eventually = [&](const auto& step) {
             bool done = step();
             for (int attempt = 1; attempt < 5 && !done; ++attempt) {
-                done = client.resynchronise() && step();
+                done = step();
             }
             return done;
         };

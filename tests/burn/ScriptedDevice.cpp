@@ -5,27 +5,23 @@
 #include "tools/fwpack/Package.h"
 
 #include <QFile>
-#include <QRegularExpression>
 #include <QThread>
 
 #include <algorithm>
 
 using Reply = ScriptedLine::Reply;
 
-ScriptedDevice::ScriptedDevice(const QString& script, const std::wstring& openError)
+ScriptedDevice::ScriptedDevice(Faults deviceFaults, const std::wstring& openError)
+    : faults(std::move(deviceFaults))
 {
     line->device = [this](const ScriptedLine::Bytes& request) { return serve(request); };
     line->openError = openError;
-    for (auto word = QRegularExpression("([a-z][0-9*]+)(\\S+)").globalMatch(script); word.hasNext();) {
-        const auto match = word.next();
-        actions.insert(match.captured(1), match.captured(2));
-    }
 }
 
 BurnThread::ClientFactory ScriptedDevice::clientFactory()
 {
     return [this] {
-        if (actions.contains("o1")) {
+        if (nextFault(Fault::opening) != nullptr) {
             awaitStop(false);
         }
         auto made = std::make_shared<BootloaderClient>(std::make_unique<ScriptedPort>(line), line->clock());
@@ -34,10 +30,22 @@ BurnThread::ClientFactory ScriptedDevice::clientFactory()
     };
 }
 
+/// Counts a request.
+/// @return what goes wrong with it; null when nothing does.
+const Fault* ScriptedDevice::nextFault(char request)
+{
+    const int number = ++counts[request];
+    const auto found = std::find_if(faults.begin(), faults.end(), [=](const Fault& fault) {
+        return fault.request == request && (fault.requestNumber == number || fault.requestNumber == Fault::every);
+    });
+    return found == faults.end() ? nullptr : &*found;
+}
+
 void ScriptedDevice::restart()
 {
     requests.clear();
     counts.clear();
+    idLow = 0;
     memory.fill(0x55);
 }
 
@@ -58,25 +66,36 @@ Reply ScriptedDevice::serve(const ScriptedLine::Bytes& request)
     if (!ping || !requests.endsWith('p')) {
         requests += letter;
     }
-    const QString every = QString(letter) + '*';
-    const QString action = actions.value(letter + QString::number(++counts[letter]), actions.value(every));
-    if (action == "s") {
+    const Fault* fault = nextFault(letter);
+    if (fault == nullptr) {
+        return obey(letter, request);
+    }
+    switch (fault->kind) {
+    case Fault::Refused:
+        return {{0xA0}};
+    case Fault::NotBlank:
+        return {{0x70}};
+    case Fault::Stop:
         awaitStop(true);
-    }
-    if (action == "-" || action == "s") {
         return {};
-    }
-    if (action == "x" || action == "d") {
-        return {{static_cast<std::uint8_t>(action == "x" ? 0xA0 : 0x70)}};
+    case Fault::Swapped:
+        idLow = 1;
+        return {};
+    case Fault::Ignored:
+        return {};
+    case Fault::BadBit:
+    case Fault::SentTwice:
+    case Fault::Late:
+        break;
     }
     Reply reply = obey(letter, request);
-    if (action == "b") {
+    if (fault->kind == Fault::BadBit) {
         reply.bytes[6] ^= 1;
         reply.bytes[reply.bytes.size() - 2] ^= 1;
-    } else if (action == "=") {
+    } else if (fault->kind == Fault::SentTwice) {
         line->deliver(reply);
     }
-    return {reply.bytes, reply.after + std::chrono::milliseconds(action.toInt())};
+    return {reply.bytes, reply.after + std::chrono::milliseconds(fault->laterMs)};
 }
 
 Reply ScriptedDevice::obey(char letter, const ScriptedLine::Bytes& request)
@@ -85,7 +104,7 @@ Reply ScriptedDevice::obey(char letter, const ScriptedLine::Bytes& request)
     const auto size = std::min<std::ptrdiff_t>((request[4] + request[5] * 0x100) * 2, memory.end() - place);
     switch (letter) {
     case 'v':
-        return ScriptedLine::dataReply({0x83, 0x10, 0x46, 0x41, 0x00, 0x03});
+        return ScriptedLine::dataReply({0x83, 0x10, 0x46, 0x41, idLow, 0x03});
     case 'p':
         QThread::msleep(pingMs);
         return {{0x90}, std::chrono::milliseconds(50)};

@@ -3,6 +3,7 @@
 #include "burn/BurnThread.h"
 #include "tests/support/ScriptedPort.h"
 
+#include <QByteArray>
 #include <QHash>
 #include <QString>
 #include <QVector>
@@ -11,25 +12,52 @@
 #include <functional>
 #include <memory>
 #include <utility>
+#include <vector>
 
-/// A well-behaved device on a scripted line, with 64 KiB of memory and id 0x0300, but for what a script says.
-///
-/// Requests have a letter each: version, ping, erase, blank check, write, read, reset (x). The script is a list of a
-/// letter, a number (the how-manieth of its kind, * for all) and what befalls it: "-" no reply and no effect,
-/// "x" refused, "d" not blank, "b" a flipped bit in the data, "=" a reply sent twice, "+130" a reply 130 ms later than
-/// usual, "s" a stop while it runs. "o1s" is a stop before the port is opened.
+/// What goes wrong with one request of a burn.
+struct Fault {
+    enum Kind {
+        /// Neither an effect nor a reply.
+        Ignored,
+        Refused,
+        NotBlank,
+        /// A reply to a read with a wrong bit, and a checksum to match.
+        BadBit,
+        SentTwice,
+        /// The reply comes `laterMs` later.
+        Late,
+        /// A stop comes while the request runs.
+        Stop,
+        /// No effect and no reply, and from the next request on a device of another id answers.
+        Swapped,
+    };
+    static constexpr int every = 0;
+    /// As `requestNumber` of the opening of the port, which is no request.
+    static constexpr char opening = 'o';
+
+    /// The type of the request, a letter as in `ScriptedDevice::requests`.
+    char request;
+    /// Which request of that type, from 1 on, or `every`.
+    int requestNumber;
+    Kind kind;
+    int laterMs = 0;
+};
+using Faults = std::vector<Fault>;
+
+/// A device on a scripted line, with 64 KiB of memory and id 0x0300, which behaves well but for the faults given.
 class ScriptedDevice
 {
 public:
     /// `openError`, if there is one, keeps the port from being opened.
-    explicit ScriptedDevice(const QString& script, const std::wstring& openError = {});
+    explicit ScriptedDevice(Faults deviceFaults = {}, const std::wstring& openError = {});
 
     BurnThread::ClientFactory clientFactory();
 
-    /// Begins the script anew, with a used memory.
+    /// Starts the faults anew, with a used memory.
     void restart();
 
-    /// The letters of all requests, one for each row of pings.
+    /// The requests so far, a letter each: version, ping (a row of them counts as one), erase, blank check, write,
+    /// read, reset (x).
     QString requests;
     /// Asks for a stop, on the worker thread, which then waits until the stop has come.
     std::function<void()> requestStop = [] {};
@@ -42,12 +70,14 @@ public:
     std::array<std::uint8_t, 0x10000> memory{};
 
 private:
+    const Fault* nextFault(char request);
     void awaitStop(bool whileOpen);
     ScriptedLine::Reply serve(const ScriptedLine::Bytes& request);
     ScriptedLine::Reply obey(char letter, const ScriptedLine::Bytes& request);
 
-    QHash<QString, QString> actions;
+    Faults faults;
     QHash<char, int> counts;
+    std::uint8_t idLow = 0;
 };
 
 /// Data of an image: address and bytes.
