@@ -1,7 +1,7 @@
 #include "serial/SerialComboBox.h"
 
 #include <QComboBox>
-#include <QFocusEvent>
+#include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QToolButton>
@@ -31,14 +31,17 @@ SerialComboBox::SerialComboBox(QWidget* parent, PortSource portSource)
 {
     refreshButton = new QToolButton(this);
     refreshButton->setIcon(QIcon(QStringLiteral(":icons/refresh.png")));
+    refreshButton->setAccessibleName(QCoreApplication::translate("SerialComboBox", "Refresh serial ports"));
 
     comboBox = new QComboBox(this);
     comboBox->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     comboBox->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
 
     setSizePolicy(QSizePolicy::MinimumExpanding, QSizePolicy::Preferred);
-    // The Tab key goes to the children alone; a widget without any policy gets no focus from a label either.
-    setFocusPolicy(Qt::ClickFocus);
+    // A label gives the focus only to a buddy with a focus policy.
+    setFocusPolicy(Qt::StrongFocus);
+    setFocusProxy(comboBox);
+    setTabOrder(comboBox, refreshButton);
 
     auto* layout = new QHBoxLayout(this);
     layout->setSpacing(0);
@@ -54,11 +57,6 @@ SerialComboBox::SerialComboBox(QWidget* parent, PortSource portSource)
 QString SerialComboBox::currentPort() const
 {
     return comboBox->currentData(Qt::UserRole).toString();
-}
-
-void SerialComboBox::focusInEvent(QFocusEvent* event)
-{
-    comboBox->setFocus(event->reason());
 }
 
 void SerialComboBox::refresh()

@@ -27,11 +27,6 @@ public:
     /// @return the name by which the chosen port is opened; empty when there is no port to choose.
     QString currentPort() const;
 
-protected:
-    /// Passes the focus on to the list, for a label that has this widget for its buddy. A focus proxy would do so too,
-    /// but take the button out of the reach of the Tab key.
-    void focusInEvent(QFocusEvent* event) override;
-
 private:
     void refresh();
 

@@ -102,10 +102,9 @@ private Q_SLOTS:
             order += widget->objectName().isEmpty() ? widget->metaObject()->className() : widget->objectName();
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         }
-        QCOMPARE(order.join(' '), "eFilename btnBrowse QToolButton QComboBox textLog QPushButton QPushButton");
+        QCOMPARE(order.join(' '), "eFilename btnBrowse QComboBox QToolButton textLog QPushButton QPushButton");
         QTest::keyClick(window.dialog.get(), Qt::Key_S, Qt::AltModifier);
-        QVERIFY2(
-            window.find<QWidget>("cbSerial")->isAncestorOf(QApplication::focusWidget()), "the label leads nowhere");
+        QCOMPARE(QApplication::focusWidget()->metaObject()->className(), "QComboBox");
     }
 
     void goodBurn()
