@@ -9,7 +9,6 @@
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QFileDialog>
-#include <QIcon>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -21,15 +20,6 @@ namespace
 constexpr QRgb errorOnDark = 0xEF5350;
 constexpr QRgb errorOnLight = 0xC62828;
 
-/// Without a desktop's icon theme only the fallback of all themes is left, which has no icons for buttons. Qt would
-/// look through each of its folders for the Close button's, which delays the first paint for nothing.
-void passOverFallbackTheme()
-{
-    if (QIcon::themeName() == u"hicolor") {
-        QIcon::setThemeSearchPaths({QStringLiteral(":/icons")});
-    }
-}
-
 } // namespace
 
 MainDialog::MainDialog(QWidget* parent, BurnThread::ClientFactory clientFactory)
@@ -38,7 +28,6 @@ MainDialog::MainDialog(QWidget* parent, BurnThread::ClientFactory clientFactory)
     , btnStart(nullptr)
     , burnThread(nullptr)
 {
-    passOverFallbackTheme();
     ui->setupUi(this);
     ui->pb->setRange(0, 1);
     ui->pb->setValue(0);

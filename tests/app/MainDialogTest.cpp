@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QDialogButtonBox>
 #include <QFileDialog>
+#include <QIcon>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -89,7 +90,10 @@ private Q_SLOTS:
     {
         QCoreApplication::setApplicationName("Tavimora");
         QCoreApplication::setApplicationVersion("1.1");
+        QIcon::setThemeName("hicolor");
+        QIcon::setThemeSearchPaths({folder.path()});
         const Window window;
+        QCOMPARE(QIcon::themeSearchPaths(), QStringList(folder.path()));
         QCOMPARE(window.dialog->windowTitle(), "Tavimora v1.1");
         QVERIFY(window.looks(true) && window.start()->isEnabled() && window.state() == "hidden");
         QVERIFY(window.log()->isReadOnly());
