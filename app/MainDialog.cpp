@@ -11,6 +11,8 @@
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScrollBar>
+#include <QTextCursor>
 
 #include <utility>
 
@@ -135,11 +137,19 @@ void MainDialog::showProgress(const BurnProgressEvent& progress)
     }
 }
 
-/// Adds a line, of plain or rich text.
+/// Appends a line of plain or rich text and shows it. `QTextEdit::append` takes the format at the text cursor, which is
+/// wherever the reader has clicked.
 void MainDialog::appendToLog(const QString& line)
 {
-    ui->textLog->append(line);
-    ui->textLog->ensureCursorVisible();
+    QTextEdit& log = *ui->textLog;
+    QTextCursor reader = log.textCursor();
+    reader.setKeepPositionOnInsert(reader.hasSelection());
+    log.moveCursor(QTextCursor::End);
+    log.setCurrentCharFormat({});
+    log.append(line);
+    reader.setKeepPositionOnInsert(false);
+    log.setTextCursor(reader);
+    log.verticalScrollBar()->setValue(log.verticalScrollBar()->maximum());
 }
 
 void MainDialog::closeEvent(QCloseEvent* event)

@@ -13,6 +13,7 @@
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextEdit>
@@ -60,6 +61,9 @@ struct Window {
         QTest::keyClicks(find<QWidget>("eFilename"), file);
         QTest::mouseClick(start(), Qt::LeftButton);
     }
+    void send(MessageKind kind, const QString& text) const { send(BurnMessageEvent(kind, text)); }
+    void send(ProgressKind kind, int value) const { send(BurnProgressEvent(kind, value)); }
+    void send(QEvent&& event) const { QCoreApplication::sendEvent(dialog.get(), &event); }
 
     ScriptedDevice device;
     std::unique_ptr<MainDialog> dialog;
@@ -186,28 +190,46 @@ private Q_SLOTS:
     void events()
     {
         const Window window;
-        const auto send = [&]<typename Kind>(Kind kind, const auto& content) {
-            using Event = std::conditional_t<std::is_same_v<Kind, MessageKind>, BurnMessageEvent, BurnProgressEvent>;
-            Event event(kind, content);
-            QCoreApplication::sendEvent(window.dialog.get(), &event);
-        };
         using Kind = ProgressKind;
-        send(MessageKind::Log, "<b>bold</b> %1");
-        send(MessageKind::Error, "<u>100%1</u>");
-        send(MessageKind(9), "nothing");
-        send(MessageKind::Status, "State");
+        window.send(MessageKind::Log, "<b>bold</b> %1");
+        window.send(MessageKind::Error, "<u>100%1</u>");
+        window.send(MessageKind(9), "nothing");
+        window.send(MessageKind::Status, "State");
         for (const auto& [kind, value] : {std::pair{Kind::Maximum, 20}, {Kind::Minimum, 10}, {Kind::Value, 15},
                  {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}}) {
-            send(kind, value);
+            window.send(kind, value);
         }
         QCOMPARE(window.log()->toPlainText(), "bold %1\n100%1");
         QVERIFY(window.log()->toHtml().contains("underline"));
         QCOMPARE(window.bar()->value(), 15);
         QCOMPARE(window.state(), "State");
         QVERIFY(!window.start()->isEnabled() && window.close()->isEnabled());
-        send(MessageKind::Status, "");
-        send(Kind::Enabled, -1);
+        window.send(MessageKind::Status, "");
+        window.send(Kind::Enabled, -1);
         QVERIFY(window.state() == "hidden" && window.start()->isEnabled());
+    }
+
+    void logOfAReader()
+    {
+        const Window window;
+        for (int i = 0; i < 40; ++i) {
+            window.send(MessageKind::Log, QString::number(i));
+        }
+        window.send(MessageKind::Error, "<b>wrong</b>");
+        QTextEdit& log = *window.log();
+        QTest::mouseDClick(log.viewport(), Qt::LeftButton, {}, log.cursorRect().center() - QPoint(10, 0));
+        QCOMPARE(log.textCursor().selectedText(), "wrong");
+        for (const QString text : {"plain", "<i>rich</i> text"}) {
+            log.verticalScrollBar()->setValue(0);
+            window.send(MessageKind::Log, text);
+            QCOMPARE(log.verticalScrollBar()->value(), log.verticalScrollBar()->maximum());
+            QCOMPARE(log.textCursor().selectedText(), "wrong");
+            QTextCursor end(log.document());
+            end.movePosition(QTextCursor::End);
+            QCOMPARE(end.charFormat().foreground(), QBrush());
+            QCOMPARE(end.charFormat().fontWeight(), QTextCharFormat().fontWeight());
+        }
+        QVERIFY(log.toPlainText().endsWith("\n39\nwrong\nplain\nrich text"));
     }
 
     void browsing()
