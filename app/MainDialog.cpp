@@ -39,6 +39,7 @@ MainDialog::MainDialog(QWidget* parent, BurnThread::ClientFactory clientFactory)
     ui->textLog->setReadOnly(true);
     connect(ui->btnBrowse, &QPushButton::clicked, this, &MainDialog::onBrowse);
     btnStart = ui->bb->addButton(tr("&Start programming"), QDialogButtonBox::ActionRole);
+    btnStart->setDefault(true);
     connect(btnStart, &QPushButton::clicked, this, &MainDialog::onStartClicked);
     connect(ui->bb, &QDialogButtonBox::rejected, this, &QDialog::reject);
     burnThread = new BurnThread(this, std::move(clientFactory));
@@ -87,7 +88,10 @@ void MainDialog::setIdle(bool idle)
     ui->btnBrowse->setEnabled(idle);
     btnStart->setEnabled(idle);
     btnStart->setText(idle ? tr("&Start programming") : tr("&Break"));
-    ui->bb->button(QDialogButtonBox::Close)->setEnabled(idle);
+    QPushButton* btnClose = ui->bb->button(QDialogButtonBox::Close);
+    btnClose->setEnabled(idle);
+    // The Return key starts a burn and does not stop one: a default button that is disabled takes it.
+    (idle ? btnStart : btnClose)->setDefault(true);
 }
 
 void MainDialog::customEvent(QEvent* event)

@@ -55,10 +55,14 @@ struct Window {
                close()->isEnabled() == idle && start()->text() == (idle ? "&Start programming" : "&Break");
     }
 
-    void burn(const QString& file) const
+    void type(const QString& file) const
     {
         find<QLineEdit>("eFilename")->clear();
         QTest::keyClicks(find<QWidget>("eFilename"), file);
+    }
+    void burn(const QString& file) const
+    {
+        type(file);
         QTest::mouseClick(start(), Qt::LeftButton);
     }
     void send(MessageKind kind, const QString& text) const { send(BurnMessageEvent(kind, text)); }
@@ -136,9 +140,23 @@ private Q_SLOTS:
     void breakButton()
     {
         const Window window({{'v', Fault::every, Fault::Ignored}});
-        window.burn(file);
-        QTRY_VERIFY(window.start()->isEnabled());
         QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
+        window.type(file);
+        bool modal = false;
+        QTimer::singleShot(0, window.dialog.get(), [&modal] {
+            if (QWidget* widget = QApplication::activeModalWidget()) {
+                modal = true;
+                widget->close();
+            }
+        });
+        QTest::keyClick(window.find<QWidget>("eFilename"), Qt::Key_Return);
+        QVERIFY(!modal && window.looks(false));
+        QTRY_VERIFY(window.start()->isEnabled());
+        window.start()->setFocus();
+        window.log()->setFocus();
+        QTest::keyClick(window.log(), Qt::Key_Return);
+        QCoreApplication::processEvents();
+        QVERIFY2(window.looks(false), "the key that starts a burn also stops it");
         QTest::keyClick(window.dialog.get(), Qt::Key_B, Qt::AltModifier);
         QTRY_VERIFY(window.looks(true));
         QVERIFY(window.log()->toPlainText().endsWith("\nOperation cancelled by user"));
