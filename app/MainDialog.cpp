@@ -8,11 +8,14 @@
 
 #include <QCloseEvent>
 #include <QCoreApplication>
+#include <QDropEvent>
 #include <QFileDialog>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTextCursor>
+#include <QUrl>
 
 #include <utility>
 
@@ -21,6 +24,33 @@ namespace
 
 constexpr QRgb errorOnDark = 0xEF5350;
 constexpr QRgb errorOnLight = 0xC62828;
+
+/// An event filter for a `QLineEdit`: a file dropped there puts its path in. By itself the field would insert its URL.
+class FileDropFilter : public QObject
+{
+public:
+    using QObject::QObject;
+
+protected:
+    bool eventFilter(QObject* field, QEvent* event) override
+    {
+        if (event->type() != QEvent::DragEnter && event->type() != QEvent::DragMove && event->type() != QEvent::Drop) {
+            return false;
+        }
+        auto* drop = static_cast<QDropEvent*>(event);
+        const QUrl file = drop->mimeData()->urls().value(0);
+        if (!file.isLocalFile()) {
+            return false;
+        }
+        if (event->type() == QEvent::Drop) {
+            static_cast<QLineEdit*>(field)->setText(file.toLocalFile());
+        }
+        // The source of a move may delete the file.
+        drop->setDropAction(Qt::CopyAction);
+        drop->accept();
+        return true;
+    }
+};
 
 } // namespace
 
@@ -37,6 +67,7 @@ MainDialog::MainDialog(QWidget* parent, BurnThread::ClientFactory clientFactory)
     ui->lblState->hide();
     ui->pb->hide();
     ui->textLog->setReadOnly(true);
+    ui->eFilename->installEventFilter(new FileDropFilter(ui->eFilename));
     connect(ui->btnBrowse, &QPushButton::clicked, this, &MainDialog::onBrowse);
     btnStart = ui->bb->addButton(tr("&Start programming"), QDialogButtonBox::ActionRole);
     btnStart->setDefault(true);

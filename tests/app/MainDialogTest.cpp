@@ -6,11 +6,13 @@
 
 #include <QApplication>
 #include <QDialogButtonBox>
+#include <QDropEvent>
 #include <QFileDialog>
 #include <QIcon>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
@@ -18,6 +20,7 @@
 #include <QTest>
 #include <QTextEdit>
 #include <QTimer>
+#include <QUrl>
 
 namespace
 {
@@ -263,6 +266,22 @@ private Q_SLOTS:
             QTest::mouseClick(window.find<QWidget>("btnBrowse"), Qt::LeftButton);
             QCOMPARE(window.find<QLineEdit>("eFilename")->text(), accept ? file : QString());
         }
+    }
+
+    void dropping()
+    {
+        const Window window;
+        window.type("earlier.txt");
+        QMimeData data;
+        data.setUrls({QUrl::fromLocalFile("/tmp/new board/100%20.txt"), QUrl::fromLocalFile("/tmp/second")});
+        const Qt::DropActions actions = Qt::CopyAction | Qt::MoveAction;
+        QDragEnterEvent enter({}, actions, &data, Qt::LeftButton, {});
+        QVERIFY(QCoreApplication::sendEvent(window.find<QWidget>("eFilename"), &enter) && enter.isAccepted());
+        QDropEvent drop({}, actions, &data, Qt::LeftButton, {});
+        drop.setDropAction(Qt::MoveAction);
+        QCoreApplication::sendEvent(window.find<QWidget>("eFilename"), &drop);
+        QCOMPARE(window.find<QLineEdit>("eFilename")->text(), "/tmp/new board/100%20.txt");
+        QVERIFY2(drop.isAccepted() && drop.dropAction() == Qt::CopyAction, "the file manager would delete the file");
     }
 };
 
