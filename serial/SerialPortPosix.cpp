@@ -127,7 +127,7 @@ SerialPortPosix::Transfer SerialPortPosix::handOver(
 {
     for (;;) {
         const ssize_t count = ::write(line->descriptor(), buffer + handedOver, size - handedOver);
-        if (count < 0 && !isTemporary(errno)) {
+        if (count == 0 || (count < 0 && !isTemporary(errno))) {
             return Transfer::HungUp;
         }
         handedOver += static_cast<std::size_t>(std::max<ssize_t>(count, 0));

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <utility>
 
-// The kernel's own termios2, for rates without a constant. It cannot be had together with <termios.h>.
+// The kernel's own termios2, which takes any rate. It cannot be had together with <termios.h>.
 #include <asm/termbits.h>
 #include <fcntl.h>
 #include <linux/serial.h>
@@ -30,45 +30,6 @@ constexpr double rateTolerance = 0.03;
 constexpr int lowLatency = static_cast<int>(ASYNC_LOW_LATENCY);
 constexpr tcflag_t formatBits = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB;
 
-struct NamedRate {
-    std::uint32_t bitsPerSecond;
-    tcflag_t constant;
-};
-
-// Rates with a constant are set by it, since not every driver and program knows BOTHER.
-constexpr std::array<NamedRate, 30> namedRates{{
-    {50, B50},
-    {75, B75},
-    {110, B110},
-    {134, B134},
-    {150, B150},
-    {200, B200},
-    {300, B300},
-    {600, B600},
-    {1200, B1200},
-    {1800, B1800},
-    {2400, B2400},
-    {4800, B4800},
-    {9600, B9600},
-    {19200, B19200},
-    {38400, B38400},
-    {57600, B57600},
-    {115200, B115200},
-    {230400, B230400},
-    {460800, B460800},
-    {500000, B500000},
-    {576000, B576000},
-    {921600, B921600},
-    {1000000, B1000000},
-    {1152000, B1152000},
-    {1500000, B1500000},
-    {2000000, B2000000},
-    {2500000, B2500000},
-    {3000000, B3000000},
-    {3500000, B3500000},
-    {4000000, B4000000},
-}};
-
 template <typename... Argument>
 int control(int descriptor, unsigned long request, Argument... argument)
 {
@@ -84,13 +45,6 @@ bool isPseudoTerminal(int descriptor)
     }
     const auto number = major(status.st_rdev);
     return number >= firstPseudoTerminalMajor && number <= lastPseudoTerminalMajor;
-}
-
-tcflag_t rateConstant(std::uint32_t bitsPerSecond)
-{
-    const auto* found = std::find_if(namedRates.begin(), namedRates.end(),
-        [bitsPerSecond](const NamedRate& rate) { return rate.bitsPerSecond == bitsPerSecond; });
-    return found == namedRates.end() ? BOTHER : found->constant;
 }
 
 tcflag_t dataBitsFlag(std::uint8_t dataBits)
@@ -144,14 +98,14 @@ void setFormat(termios2& mode, const PortSettings& settings)
         dataBitsFlag(settings.dataBits) | parityFlags(settings.parity, present) | stopBitsFlag(settings.stopBits);
 }
 
-void setRate(termios2& mode, std::uint32_t bitsPerSecond)
+void setRate(termios2& mode, std::uint32_t baudRate)
 {
-    // A constant of 0 for the input rate makes it that of the output.
+    // With 0 in place of a constant the input rate is that of the output.
     constexpr tcflag_t bothRates = CBAUD | CBAUD << IBSHIFT;
     mode.c_cflag &= ~bothRates;
-    mode.c_cflag |= rateConstant(bitsPerSecond);
-    mode.c_ispeed = bitsPerSecond;
-    mode.c_ospeed = bitsPerSecond;
+    mode.c_cflag |= BOTHER;
+    mode.c_ispeed = baudRate;
+    mode.c_ospeed = baudRate;
 }
 
 bool isRateTaken(std::uint32_t taken, std::uint32_t wanted)

@@ -21,10 +21,17 @@ namespace
 // What a pseudo-terminal has not: modem lines, raised by the opening as on a real port, and a driver with a latency.
 int modemLines = 0;
 serial_struct driver{};
+// Nor does it end a write at once without having taken a byte, as a driver may whose adapter is gone.
+bool takesNothing = false;
 
 } // namespace
 
-// Stands before that of the C library in this executable.
+// These two stand before those of the C library in this executable.
+extern "C" ssize_t write(int descriptor, const void* data, std::size_t size)
+{
+    return takesNothing ? 0 : ::syscall(SYS_write, descriptor, data, size);
+}
+
 extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
 {
     va_list arguments;
@@ -60,7 +67,7 @@ private Q_SLOTS:
         const auto name = line.portName();
         // The settings, what a pseudo-terminal keeps of their format, and the format before.
         const std::tuple<PortSettings, unsigned, unsigned> cases[] = {
-            {{name, 57600}, B57600, B9600 | HUPCL}, {{name, 12345, 8, PortParity::Mark, PortStopBits::Two, true},
+            {{name, 57600}, BOTHER, B9600 | HUPCL}, {{name, 12345, 8, PortParity::Mark, PortStopBits::Two, true},
                                                         BOTHER | PARODD | CMSPAR | CSTOPB, B300 | CRTSCTS}};
         for (const auto& [settings, format, original] : cases) {
             termios2 before{}, during{}, after{};
@@ -101,8 +108,11 @@ private Q_SLOTS:
         std::uint8_t byte = 0;
         const auto start = std::clock();
         QCOMPARE(port.read(&byte, 1), 0U);
+        takesNothing = true;
+        const std::size_t taken = port.write(&byte, 1);
+        takesNothing = false;
         line.hangUp();
-        QCOMPARE(port.read(&byte, 1) + port.write(&byte, 1), 0U);
+        QCOMPARE(taken + port.read(&byte, 1) + port.write(&byte, 1), 0U);
         QVERIFY(std::clock() - start < CLOCKS_PER_SEC / 10);
     }
 };
