@@ -184,10 +184,8 @@ std::size_t SerialPortWin::write(const std::uint8_t* buffer, std::size_t size)
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(settings.writeTimeoutMs);
     ResetEvent(writeOverlapped.hEvent);
     DWORD transferred = 0;
-    if (!WriteFile(handle, buffer, static_cast<DWORD>(size), &transferred, &writeOverlapped)) {
-        finish(writeOverlapped, transferred, end);
-    }
-    return transferred;
+    const bool isDone = WriteFile(handle, buffer, static_cast<DWORD>(size), &transferred, &writeOverlapped);
+    return finish(isDone, writeOverlapped, transferred, end);
 }
 
 std::size_t SerialPortWin::read(std::uint8_t* buffer, std::size_t size)
@@ -198,10 +196,8 @@ std::size_t SerialPortWin::read(std::uint8_t* buffer, std::size_t size)
     const Clock::time_point end = Clock::now() + std::chrono::milliseconds(settings.readTimeoutMs);
     ResetEvent(readOverlapped.hEvent);
     DWORD transferred = 0;
-    if (!ReadFile(handle, buffer, static_cast<DWORD>(size), &transferred, &readOverlapped)) {
-        finish(readOverlapped, transferred, end);
-    }
-    return transferred;
+    const bool isDone = ReadFile(handle, buffer, static_cast<DWORD>(size), &transferred, &readOverlapped);
+    return finish(isDone, readOverlapped, transferred, end);
 }
 
 bool SerialPortWin::applySettings()
@@ -264,23 +260,36 @@ bool SerialPortWin::canTransfer(const std::uint8_t* buffer, std::size_t size)
     return true;
 }
 
-/// Sees to the end of a transfer that was not done when its call returned.
+/// Sees to the end of a transfer that has been started.
+/// @param isDone whether it was done when its call returned, with `transferred` bytes moved
 /// @param end when its limit has passed
-void SerialPortWin::finish(OVERLAPPED& overlapped, DWORD& transferred, Clock::time_point end)
+/// @return the number of bytes moved
+std::size_t SerialPortWin::finish(bool isDone, OVERLAPPED& overlapped, DWORD transferred, Clock::time_point end)
 {
-    lastError = GetLastError();
-    if (lastError != ERROR_IO_PENDING) {
-        waitOutLimit(end);
-        return;
+    if (!isDone) {
+        lastError = GetLastError();
+        transferred = 0;
+        if (lastError == ERROR_IO_PENDING && !awaitTransfer(overlapped, transferred)) {
+            return 0;
+        }
     }
+    if (transferred == 0) {
+        waitOutLimit(end);
+    }
+    return transferred;
+}
+
+/// Waits until the driver has ended a transfer.
+/// @return false when a cancel or a failure of the wait ended it
+bool SerialPortWin::awaitTransfer(OVERLAPPED& overlapped, DWORD& transferred)
+{
     const std::array<HANDLE, 2> events = {overlapped.hEvent, cancelEvent};
     const DWORD woken = WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
     if (woken == WAIT_OBJECT_0) {
         if (!GetOverlappedResult(handle, &overlapped, &transferred, FALSE)) {
             fail();
-            waitOutLimit(end);
         }
-        return;
+        return true;
     }
     if (woken != WAIT_OBJECT_0 + 1) {
         fail();
@@ -288,10 +297,12 @@ void SerialPortWin::finish(OVERLAPPED& overlapped, DWORD& transferred, Clock::ti
     // Until the driver has ended what is cancelled, buffer and structure are its own (Windows documentation, CancelIo).
     CancelIo(handle);
     WaitForMultipleObjects(1, events.data(), FALSE, INFINITE);
+    return false;
 }
 
-/// Waits for the end of a limit or for a cancel. An adapter that was pulled out fails every transfer at once; it has to
-/// look like a silent line, or those who poll for a reply would spin.
+/// Waits for the end of a limit or for a cancel. The driver of an adapter that was pulled out fails every transfer at
+/// once, or ends it without a byte moved; that has to look like a silent line, or those who poll for a reply would
+/// spin.
 void SerialPortWin::waitOutLimit(Clock::time_point end)
 {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());

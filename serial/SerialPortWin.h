@@ -42,7 +42,8 @@ private:
     HANDLE freshEvent(HANDLE event);
     bool makeEvents();
     bool canTransfer(const std::uint8_t* buffer, std::size_t size);
-    void finish(OVERLAPPED& overlapped, DWORD& transferred, Clock::time_point end);
+    std::size_t finish(bool isDone, OVERLAPPED& overlapped, DWORD transferred, Clock::time_point end);
+    bool awaitTransfer(OVERLAPPED& overlapped, DWORD& transferred);
     void waitOutLimit(Clock::time_point end);
     bool fail();
 

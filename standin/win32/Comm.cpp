@@ -15,12 +15,23 @@ bool isLinePossible(const DCB& dcb)
            dcb.StopBits <= TWOSTOPBITS && stopBitsFit;
 }
 
+/// The open port behind a handle; the last error is set where there is none, or where its line has hung up.
+std::shared_ptr<PortFile> livePort(HANDLE handle)
+{
+    auto file = ApiCall::object<PortFile>(handle);
+    if (file && file->isDead()) {
+        SetLastError(ERROR_BAD_COMMAND);
+        return nullptr;
+    }
+    return file;
+}
+
 } // namespace
 
 BOOL WINAPI GetCommState(HANDLE handle, LPDCB dcb)
 {
     const ApiCall call("GetCommState", handle, dcb->DCBlength);
-    const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
+    const auto file = call.mustFail() ? nullptr : livePort(handle);
     if (!file) {
         return FALSE;
     }
@@ -32,7 +43,7 @@ BOOL WINAPI GetCommState(HANDLE handle, LPDCB dcb)
 BOOL WINAPI SetCommState(HANDLE handle, LPDCB dcb)
 {
     const ApiCall call("SetCommState", handle, dcb->DCBlength);
-    const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
+    const auto file = call.mustFail() ? nullptr : livePort(handle);
     if (!file) {
         return FALSE;
     }
@@ -46,7 +57,7 @@ BOOL WINAPI SetCommState(HANDLE handle, LPDCB dcb)
 BOOL WINAPI SetCommTimeouts(HANDLE handle, LPCOMMTIMEOUTS timeouts)
 {
     const ApiCall call("SetCommTimeouts", handle);
-    const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
+    const auto file = call.mustFail() ? nullptr : livePort(handle);
     if (!file) {
         return FALSE;
     }
@@ -61,7 +72,7 @@ BOOL WINAPI SetCommTimeouts(HANDLE handle, LPCOMMTIMEOUTS timeouts)
 BOOL WINAPI PurgeComm(HANDLE handle, DWORD flags)
 {
     const ApiCall call("PurgeComm", handle, flags);
-    const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
+    const auto file = call.mustFail() ? nullptr : livePort(handle);
     if (!file) {
         return FALSE;
     }
@@ -81,7 +92,7 @@ BOOL WINAPI PurgeComm(HANDLE handle, DWORD flags)
 BOOL WINAPI ClearCommError(HANDLE handle, LPDWORD errors, LPCOMSTAT status)
 {
     const ApiCall call("ClearCommError", handle);
-    const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
+    const auto file = call.mustFail() ? nullptr : livePort(handle);
     if (!file) {
         return FALSE;
     }

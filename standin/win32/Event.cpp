@@ -80,7 +80,7 @@ DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wai
     if (milliseconds == INFINITE) {
         kernel().eventSet.wait(call.lock, anySet);
     } else if (!kernel().eventSet.wait_until(
-                   call.lock, std::chrono::system_clock::now() + std::chrono::milliseconds(milliseconds), anySet)) {
+                   call.lock, std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds), anySet)) {
         return WAIT_TIMEOUT;
     }
     return WAIT_OBJECT_0 + static_cast<DWORD>(woken - events.begin());

@@ -51,7 +51,7 @@ int openTerminal(const std::string& path)
 }
 
 /// The port behind a name of the device namespace.
-std::map<std::u16string, PortDevice>::iterator findPort(std::u16string_view path)
+auto findPort(std::u16string_view path)
 {
     constexpr std::u16string_view prefix = u"\\\\.\\";
     return path.starts_with(prefix) ? kernel().ports.find(std::u16string(path.substr(prefix.size())))
@@ -60,10 +60,11 @@ std::map<std::u16string, PortDevice>::iterator findPort(std::u16string_view path
 
 BOOL transferResult(DWORD result, const OVERLAPPED& overlapped, LPDWORD transferred)
 {
-    if (transferred != nullptr) {
-        *transferred = static_cast<DWORD>(overlapped.InternalHigh);
+    if (result != ERROR_SUCCESS) {
+        return ApiCall::fail(result);
     }
-    return result == ERROR_SUCCESS ? TRUE : ApiCall::fail(result);
+    *transferred = static_cast<DWORD>(overlapped.InternalHigh);
+    return TRUE;
 }
 
 } // namespace
@@ -103,17 +104,19 @@ HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD shareMode, LPSECURIT
 BOOL WINAPI CloseHandle(HANDLE handle)
 {
     ApiCall call("CloseHandle", handle);
-    if (call.mustFail()) {
+    // Keys and device sets have functions of their own to close them.
+    if (call.mustFail() || !(kernel().handles.find<PortFile>(handle) || ApiCall::object<win32::Event>(handle))) {
         return FALSE;
     }
     const std::shared_ptr<win32::KernelObject> object = kernel().handles.take(handle);
     call.lock.unlock();
-    return object ? TRUE : ApiCall::fail(ERROR_INVALID_HANDLE);
+    return TRUE;
 }
 
 BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD transferred, LPOVERLAPPED overlapped)
 {
     const ApiCall call("ReadFile", handle, size, overlapped->hEvent);
+    *transferred = 0;
     const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
     return file &&
            transferResult(file->startRead(*overlapped, static_cast<BYTE*>(buffer), size), *overlapped, transferred);
@@ -122,6 +125,7 @@ BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD transferr
 BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD transferred, LPOVERLAPPED overlapped)
 {
     const ApiCall call("WriteFile", handle, size, overlapped->hEvent);
+    *transferred = 0;
     const auto file = call.mustFail() ? nullptr : ApiCall::object<PortFile>(handle);
     return file && transferResult(
                        file->startWrite(*overlapped, static_cast<const BYTE*>(buffer), size), *overlapped, transferred);

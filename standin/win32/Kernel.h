@@ -20,7 +20,7 @@ struct Kernel {
     std::condition_variable eventSet;
     HandleTable handles;
     CallLog calls;
-    std::map<std::u16string, PortDevice> ports;
+    std::map<std::u16string, PortDevice, NameOrder> ports;
     Machine machine;
     int eventsMade = 0;
 };

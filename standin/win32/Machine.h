@@ -11,6 +11,13 @@
 namespace win32
 {
 
+/// The order of names in Windows, which knows no case. Good for ASCII.
+struct NameOrder {
+    bool operator()(std::u16string_view left, std::u16string_view right) const;
+};
+
+bool isSameName(std::u16string_view left, std::u16string_view right);
+
 /// A value of the registry, or a property of a device.
 struct Value {
     DWORD type = REG_SZ;
@@ -47,7 +54,7 @@ struct Machine {
     /// By the number that stands for the device instance, from 1 on.
     std::map<DWORD, DeviceNode> devices = {};
     /// Keys below HKEY_LOCAL_MACHINE, by path.
-    std::map<std::u16string, Values> registry = {};
+    std::map<std::u16string, Values, NameOrder> registry = {};
 };
 
 /// Makes the layer tell about this machine from now on.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "standin/win32/Win32Layer.h"
+
 #include <string>
 
 #include <windows.h>
@@ -13,6 +15,7 @@ struct PortDevice {
     std::string path;
     DCB state = {};
     COMMTIMEOUTS timeouts = {};
+    Completion completion = Completion::Later;
     bool inUse = false;
 };
 

@@ -58,15 +58,20 @@ DWORD PortFile::startRead(OVERLAPPED& overlapped, BYTE* buffer, DWORD size)
 
 DWORD PortFile::startWrite(OVERLAPPED& overlapped, const BYTE* buffer, DWORD size)
 {
-    return begin(write, overlapped, buffer, size, device.timeouts.WriteTotalTimeoutMultiplier,
+    const DWORD result = begin(write, overlapped, buffer, size, device.timeouts.WriteTotalTimeoutMultiplier,
         device.timeouts.WriteTotalTimeoutConstant);
+    if (result != ERROR_IO_PENDING || device.completion != Completion::AtOnce) {
+        return result;
+    }
+    moveOutput();
+    return write ? ERROR_IO_PENDING : ERROR_SUCCESS;
 }
 
 template <typename Byte>
 DWORD PortFile::begin(std::optional<Transfer<Byte>>& transfer, OVERLAPPED& overlapped, Byte* buffer, DWORD size,
     DWORD multiplier, DWORD constant)
 {
-    if (hungUp) {
+    if (isDead()) {
         return ERROR_BAD_COMMAND;
     }
     if (transfer) {
@@ -76,9 +81,13 @@ DWORD PortFile::begin(std::optional<Transfer<Byte>>& transfer, OVERLAPPED& overl
     if (!event) {
         return ERROR_INVALID_HANDLE;
     }
-    event->signalled = false;
-    overlapped.Internal = StatusPending;
+    const bool movesNothing = device.completion == Completion::Nothing;
+    event->signalled = movesNothing;
+    overlapped.Internal = movesNothing ? StatusSuccess : StatusPending;
     overlapped.InternalHigh = 0;
+    if (movesNothing) {
+        return ERROR_SUCCESS;
+    }
     const Clock::time_point now = Clock::now();
     const std::chrono::milliseconds limit(std::uint64_t{multiplier} * size + constant);
     transfer.emplace(Transfer<Byte>{overlapped, buffer, size, std::this_thread::get_id(), now,
@@ -127,6 +136,12 @@ void PortFile::cancelWrite()
         write->isCancelled = true;
         wake();
     }
+}
+
+bool PortFile::isDead() const
+{
+    pollfd polled = {terminal, 0, 0};
+    return poll(&polled, 1, 0) > 0;
 }
 
 void PortFile::dropInput()
@@ -186,7 +201,7 @@ void PortFile::moveOutput()
         return;
     }
     const Clock::time_point now = Clock::now();
-    const auto gone = static_cast<DWORD>(std::min<std::int64_t>((now - write->start) / characterTime(), write->size));
+    const DWORD gone = bytesDue(now);
     outputFull = false;
     if (gone > write->moved) {
         const ssize_t count = ::write(terminal, write->buffer + write->moved, gone - write->moved);
@@ -202,6 +217,15 @@ void PortFile::moveOutput()
     if (write->moved == write->size || (write->end && now >= *write->end)) {
         finish(write, StatusSuccess);
     }
+}
+
+/// How many bytes of the write the driver has taken by now.
+DWORD PortFile::bytesDue(Clock::time_point now) const
+{
+    if (device.completion == Completion::AtOnce) {
+        return write->size;
+    }
+    return static_cast<DWORD>(std::min<std::int64_t>((now - write->start) / characterTime(), write->size));
 }
 
 /// Sleeps without the lock until a byte can be moved, a time-out has passed or `wake` is called.

@@ -43,6 +43,9 @@ public:
     void cancelRead();
     void cancelWrite();
 
+    /// Whether the line has hung up, as it does when an adapter is pulled out.
+    bool isDead() const;
+
     void dropInput();
     DWORD inputCount() const;
     DWORD unsentCount() const;
@@ -76,7 +79,7 @@ private:
     void run();
     void moveInput();
     void moveOutput();
-    bool isBlocked() const;
+    DWORD bytesDue(Clock::time_point now) const;
     void waitForWork(std::unique_lock<std::mutex>& lock);
     std::chrono::nanoseconds characterTime() const;
     void wake() const;

@@ -9,6 +9,26 @@ using win32::NamedValue;
 using win32::RegistryKey;
 using win32::Value;
 
+namespace
+{
+
+char16_t upperCase(char16_t character)
+{
+    return character >= u'a' && character <= u'z' ? static_cast<char16_t>(character - u'a' + u'A') : character;
+}
+
+} // namespace
+
+bool win32::NameOrder::operator()(std::u16string_view left, std::u16string_view right) const
+{
+    return std::ranges::lexicographical_compare(left, right, {}, upperCase, upperCase);
+}
+
+bool win32::isSameName(std::u16string_view left, std::u16string_view right)
+{
+    return std::ranges::equal(left, right, {}, upperCase, upperCase);
+}
+
 Value Value::text(std::u16string_view text, DWORD type)
 {
     Value value;
@@ -73,7 +93,8 @@ LSTATUS WINAPI RegQueryValueExW(HKEY handle, LPCWSTR valueName, LPDWORD, LPDWORD
     if (!key) {
         return ERROR_INVALID_HANDLE;
     }
-    const auto found = std::ranges::find(key->values, valueName, &NamedValue::name);
+    const auto found = std::ranges::find_if(
+        key->values, [valueName](const NamedValue& value) { return win32::isSameName(value.name, valueName); });
     if (found == key->values.end()) {
         return ERROR_FILE_NOT_FOUND;
     }

@@ -50,6 +50,12 @@ void connectPort(const std::string& name, const std::string& path)
     kernel().ports.insert_or_assign(wide(name), freshDevice(path));
 }
 
+void setCompletion(const std::string& port, Completion completion)
+{
+    const std::lock_guard lock(kernel().mutex);
+    kernel().ports.at(wide(port)).completion = completion;
+}
+
 DCB lineState(const std::string& port)
 {
     const std::lock_guard lock(kernel().mutex);

@@ -17,6 +17,16 @@ void reset();
 /// Makes the terminal at `path`, such as the far end of a pseudo-terminal, the serial port `name`, for instance COM5.
 void connectPort(const std::string& name, const std::string& path);
 
+/// When the driver of a port ends a transfer, other than a read whose bytes are there already.
+enum class Completion {
+    Later,   ///< When its bytes have moved at the pace of the line, or at its time-out.
+    AtOnce,  ///< A write: before the call returns, since the driver has room for the bytes.
+    Nothing, ///< Any transfer: before the call returns, without a byte moved.
+};
+
+/// The port must be connected.
+void setCompletion(const std::string& port, Completion completion);
+
 /// The line settings that the port's driver keeps, open or not. The port must be connected.
 DCB lineState(const std::string& port);
 void setLineState(const std::string& port, const DCB& state);

@@ -178,6 +178,22 @@ private Q_SLOTS:
         }
     }
 
+    void deadLine()
+    {
+        if (onRealPorts) {
+            QSKIP("Nobody pulls the cable");
+        }
+        QVERIFY(open(100));
+        line->send("abcde");
+        QVERIFY(write(*port, "12345") == 5 && read(*port, 5) == "abcde");
+        line->hangUp();
+        QVERIFY(!port->applySettings() && !port->purge(true, true) && port->bytesAvailable() == 0);
+        QElapsedTimer time;
+        time.start();
+        QVERIFY(write(*port, "123") == 0 && read(*port, 3).isEmpty() && port->isOpen());
+        QVERIFY(time.elapsed() >= 2 * 100 - tolerance);
+    }
+
     void emptyCallsAndClosedPort()
     {
         const std::wstring before = port->errorString();

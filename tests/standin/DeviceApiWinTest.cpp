@@ -34,10 +34,10 @@ win32::Machine machine()
                         {{SPDRP_MFG, Value::text(u"FTDI")}, {SPDRP_DEVICEDESC, Value::text(longText)}}}},
                 {4, {u"PCI\\VEN_8086&DEV_1D3D", 1, ports, {}, named(u"LPT1")}},
                 {5, {u"ROOT\\X", 1, ports, {}, named(u"COM6"), {}, false}},
-                {6, {u"USB\\VID_12&PID_0000\\M1", 1, modems, {}, {{u"PortNumber", Value::number(3)}}}},
+                {6, {u"USB\\VID_12&PID_0000\\M1", 1, modems, {}, {{u"PORTNUMBER", Value::number(3)}}}},
                 {7, {u"ACPI\\A", 0, {}, {comPorts}, named(longText)}},
                 {8, {u"ACPI\\B", 0, {}, {comModems}, named(u"COM8")}}},
-        {{u"HARDWARE\\DEVICEMAP\\SERIALCOMM",
+        {{u"Hardware\\DeviceMap\\SerialComm",
             {{u"Serial0", Value::text(u"COM5")}, {u"Serial1", Value::text(longText + u'1')},
                 {u"Serial2", Value::text(u"LPT2")}}}}};
 }
@@ -49,6 +49,17 @@ class DeviceApiWinTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void closing()
+    {
+        win32::setMachine(machine());
+        const HDEVINFO set = SetupDiGetClassDevsW(&ports, nullptr, nullptr, DIGCF_PRESENT);
+        HKEY key = nullptr;
+        QCOMPARE(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"HARDWARE\\DEVICEMAP\\SERIALCOMM", 0, KEY_QUERY_VALUE, &key),
+            LSTATUS(ERROR_SUCCESS));
+        QVERIFY(!CloseHandle(set) && !CloseHandle(key) && win32::openHandles() == 2);
+        QVERIFY(SetupDiDestroyDeviceInfoList(set) && RegCloseKey(key) == 0 && win32::openHandles() == 0);
+    }
+
     void list_data()
     {
         QTest::addColumn<int>("nth");

@@ -7,6 +7,11 @@
 
 #include <bit>
 #include <cstring>
+#include <ctime>
+#include <thread>
+
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace
 {
@@ -15,6 +20,9 @@ std::wstring errorText(DWORD code)
 {
     return L"Error " + std::to_wstring(code) + L": <unknown error>";
 }
+
+/// Seconds by which the clock of the machine is wrong at the next look, and right again at the one after it.
+long clockError = 0;
 
 /// The calls since the last time.
 QByteArray calls()
@@ -27,6 +35,16 @@ QByteArray calls()
 }
 
 } // namespace
+
+// Stands before that of the C library in this executable.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
+{
+    const auto result = ::syscall(SYS_clock_gettime, clock, time);
+    if (clock == CLOCK_REALTIME) {
+        time->tv_sec += std::exchange(clockError, 0);
+    }
+    return static_cast<int>(result);
+}
 
 /// What the suite for every port can't know: the calls, the line settings bit by bit, the error codes.
 class SerialPortWinTest : public QObject
@@ -111,6 +129,32 @@ private Q_SLOTS:
         }
     }
 
+    /// A driver need not make a transfer wait.
+    void doneAtOnce()
+    {
+        SerialPortWin port({.portName = "com15", .baudRate = 1200, .writeTimeoutMs = 60, .readTimeoutMs = 50});
+        QVERIFY(port.open());
+        win32::setCompletion("COM15", win32::Completion::AtOnce);
+        calls();
+        QCOMPARE(port.write(reinterpret_cast<const std::uint8_t*>("12345678"), 8), 8U);
+        QCOMPARE(calls(), "ResetEvent(event2); WriteFile(COM15, 0x8, event2); ");
+        QCOMPARE(line->receive(8, 1000), "12345678");
+
+        win32::setCompletion("COM15", win32::Completion::Nothing);
+        clockError = -3600;
+        QElapsedTimer time;
+        time.start();
+        QCOMPARE(port.read(buffer.data(), 5) + port.write(buffer.data(), 5), 0U);
+        QVERIFY(time.elapsed() >= 100 && calls().count("File(") == 2);
+        port.setTimeouts(20000, 20000);
+        std::jthread other([&port] {
+            QThread::msleep(50);
+            port.cancel();
+        });
+        QCOMPARE(port.read(buffer.data(), 5) + port.write(buffer.data(), 5), 0U);
+        QVERIFY(time.elapsed() < 8000);
+    }
+
     void failures()
     {
         int event = 0;
@@ -145,6 +189,11 @@ private Q_SLOTS:
         QVERIFY(port.bytesAvailable() == 0 && port.errorString() == errorText(4712));
         // Nothing of the failed transfers is left to the driver.
         QVERIFY(port.read(buffer.data(), 2) == 2 && port.write(buffer.data(), 2) == 2);
+        line->hangUp();
+        QVERIFY(!port.applyTimeouts());
+        DWORD moved = 5;
+        OVERLAPPED overlapped = {};
+        QVERIFY(!WriteFile(nullptr, buffer.data(), 1, &moved, &overlapped) && moved == 0);
         port.close();
         QVERIFY(!port.read(buffer.data(), 1) && port.errorString() == L"The handle is invalid.\r\n");
     }
