@@ -3,6 +3,7 @@
 #include "burn/BurnMessageEvent.h"
 #include "burn/BurnProgressEvent.h"
 #include "cli/Terminal.h"
+#include "support/CommandLine.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -13,6 +14,8 @@
 
 namespace
 {
+
+constexpr QLatin1String commandName("tavimora-cli burn");
 
 /// A line of the log without the worker's markup.
 QString plainText(QString text)
@@ -40,7 +43,7 @@ BurnConsole::~BurnConsole()
 
 ExitStatus BurnConsole::run(const QString& portName, const QString& fileName)
 {
-    stopSignal.emplace([this] { onStopSignal(); });
+    stopSignal.emplace([this] { stop(); });
     QEventLoop loop;
     connect(&burnThread, &QThread::finished, &loop, &QEventLoop::quit);
     statesEntered = 0;
@@ -54,21 +57,34 @@ ExitStatus BurnConsole::run(const QString& portName, const QString& fileName)
     case BurnThread::Outcome::Succeeded:
         return ExitStatus::Success;
     case BurnThread::Outcome::Failed:
+        complain(commandName, lastError);
         return ExitStatus::Failure;
     case BurnThread::Outcome::Cancelled:
         break;
     }
-    return stopReason;
+    complain(commandName, timedOut ? QStringLiteral("No device has answered within %1 s").arg(deviceLimit->count())
+                                   : QStringLiteral("Stopped by a signal"));
+    return timedOut ? ExitStatus::NoDevice : ExitStatus::Stopped;
 }
 
 void BurnConsole::customEvent(QEvent* event)
 {
     if (event->type() == BurnMessageEvent::eventType) {
         const auto* message = static_cast<BurnMessageEvent*>(event);
-        if (message->kind == MessageKind::Status) {
+        switch (message->kind) {
+        case MessageKind::Log:
+            // After the time-out only the line comes that says who has cancelled the burn, and the user did not.
+            if (!timedOut) {
+                printLine(plainText(message->text));
+            }
+            break;
+        case MessageKind::Error:
+            lastError = plainText(message->text);
+            printLine(lastError);
+            break;
+        case MessageKind::Status:
             enterState(message->text);
-        } else {
-            printLine(message->text);
+            break;
         }
     } else if (event->type() == BurnProgressEvent::eventType) {
         const auto* progress = static_cast<BurnProgressEvent*>(event);
@@ -95,7 +111,7 @@ void BurnConsole::customEvent(QEvent* event)
 void BurnConsole::printLine(const QString& text)
 {
     bar.clear();
-    const QByteArray line = plainText(text).toLocal8Bit() + '\n';
+    const QByteArray line = text.toLocal8Bit() + '\n';
     std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stdout);
     // A reader that has gone away has seen what it wanted to see.
     if (std::fflush(stdout) != 0 && errno != EPIPE && !std::exchange(logLost, true)) {
@@ -119,22 +135,16 @@ void BurnConsole::onDeviceTimeout()
 {
     // The device's answer may have come in time and still be on its way to this thread.
     QCoreApplication::sendPostedEvents(this);
-    if (statesEntered == 1) {
-        stop(ExitStatus::NoDevice);
+    if (statesEntered == 1 && burnThread.isRunning()) {
+        timedOut = true;
+        stop();
     }
 }
 
-void BurnConsole::onStopSignal()
-{
-    stop(ExitStatus::Stopped);
-}
-
-void BurnConsole::stop(ExitStatus reason)
+void BurnConsole::stop()
 {
     deviceTimer.stop();
-    if (!burnThread.isRunning()) {
-        return;
+    if (burnThread.isRunning()) {
+        burnThread.stopBurn();
     }
-    stopReason = reason;
-    burnThread.stopBurn();
 }

@@ -12,8 +12,9 @@
 #include <chrono>
 #include <optional>
 
-/// Shows one burn on the console: the lines of its log as plain text on standard output, a progress bar on standard
-/// error when that is a terminal. Receives the events of the `BurnThread` that it owns.
+/// Shows one burn on the console: the lines of its log as plain text on standard output, the reason of a failure on
+/// standard error, and a progress bar there when that is a terminal. Receives the events of the `BurnThread` that it
+/// owns.
 class BurnConsole : public QObject
 {
     Q_OBJECT
@@ -38,15 +39,15 @@ private:
     void printLine(const QString& text);
     void enterState(const QString& name);
     void onDeviceTimeout();
-    void onStopSignal();
-    void stop(ExitStatus reason);
+    void stop();
 
     ProgressBar bar;
     QTimer deviceTimer;
     std::optional<std::chrono::seconds> deviceLimit;
     int statesEntered = 0;
-    /// Why this side stopped the burn; says something only when it did.
-    ExitStatus stopReason = ExitStatus::Stopped;
+    /// The burn was stopped because no device had answered within the limit.
+    bool timedOut = false;
+    QString lastError;
     /// The log could not be written, and that was said.
     bool logLost = false;
     /// Watches while a burn runs.

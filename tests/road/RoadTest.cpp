@@ -87,6 +87,9 @@ struct Road {
     int exitStatus;
     /// What the log holds, in this order.
     QStringList log;
+    /// What standard error says, behind the name of the command; empty for nothing, or for anything if any exit status
+    /// will do.
+    QString reason = {};
     /// What the same file holds for a second burn on the same device, if there is one.
     Image next = {};
 };
@@ -96,6 +99,7 @@ const Image dense{{0x3100, someBytes(0x10000 - 0x3100, 2)}};
 const Image sparse = holes(0x1100, 0xFFFF, 3);
 const Image someBlocks{{0x3100, someBytes(3000, 4)}, {0x8001, someBytes(701, 5)}};
 const QString success = "Verification successful";
+const QString stopped = "Stopped by a signal";
 
 // At 4 million baud the time that the host gives the bytes to leave is short; the device paces nothing unless it says
 // so.
@@ -109,15 +113,19 @@ const std::vector<Road> roads = {
     {"115200 baud", someBlocks, "--baud 115200", "--baudrate 115200", "", "", 0, {success}},
     {"echo", someBlocks, "--echo --baud 115200", "--link 1 --baudrate 115200", "", "", 0, {success}},
     {"late device", oneBlock, "--fault late-start:4000", "", "", "", 0, {success}},
-    {"no device", oneBlock, "--fault late-start:600000", "", "--timeout 2", "", 3, {"Operation cancelled by user"}},
-    {"wrong device", oneBlock, "--device-id 0x0400", "", "", "", 1, {"Device is not support", "Complete"}},
-    {"above 0xFFFF", {{0xFFF8, someBytes(16, 6)}}, "", "", "", "", 1, {"Can't open input file. .*10000.*"}},
+    {"no device", oneBlock, "--fault late-start:600000", "", "--timeout 2", "", 3, {"Waiting for device.*"},
+        "No device has answered within 2 s"},
+    {"wrong device", oneBlock, "--device-id 0x0400", "", "", "", 1, {"Device is not support", "Complete"},
+        "Device is not support"},
+    {"above 0xFFFF", {{0xFFF8, someBytes(16, 6)}}, "", "", "", "", 1, {"Can't open input file. .*10000.*"},
+        "Can't open input file. Data at address 0x10000 is out of reach of the bootloader"},
     {"failed blank check", oneBlock, "--fault dirty-blank", "", "", "", 0,
         {"Found bad memory block 03100:200", success}},
     {"bit that never clears", {{0x3100, QByteArray(2048, '\0')}}, "--fault stuck-bit:0x3400.3=1", "", "", "", 1,
-        {"Data no match 03300:200", "Verification failed: 1 of 4 blocks differ", "Complete"}},
+        {"Data no match 03300:200", "Verification failed: 1 of 4 blocks differ", "Complete"},
+        "Verification failed: 1 of 4 blocks differ"},
     {"bit that never sets", oneBlock, "--erase-time 100 --fault stuck-bit:0x3100.0=0", "", "",
-        "Found bad memory block 03100:200", 130, {"Operation cancelled by user"}},
+        "Found bad memory block 03100:200", 130, {"Operation cancelled by user"}, stopped},
     {"replies lost", someBlocks, "--fault drop:0.2", "", "", "", 0, {success}},
     {"replies late", someBlocks, "--fault late:0.2", "", "", "", 0, {success}},
     {"link with a long delay", someBlocks, "--fault late:1 --late-time 150", "", "", "", 0, {success}},
@@ -133,15 +141,15 @@ const std::vector<Road> roads = {
         "--baud 57600 --fault drop:0.1 --fault late:0.1 --fault flip:0.1 "
         "--fault lose:0.1 --fault noise:0.1 --fault stray:0.1 --fault cut:0.2 --fault refuse:0.1",
         "--baudrate 57600", "", "", -1, {}},
-    {"hang-up in the wait", oneBlock, "--fault hangup:1", "", "", "Waiting for device.*", 130, {}},
-    {"hang-up in the delay", oneBlock, "--fault hangup:50", "", "", "Powerup delay.*", 130, {}},
-    {"hang-up in erase", oneBlock, "--fault hangup:erase", "", "", "Erasing.*", 130, {}},
-    {"hang-up in blank check", oneBlock, "--fault hangup:erase+1", "", "", "Blank Checking.*", 130, {}},
-    {"hang-up in programming", oneBlock, "--fault hangup:write", "", "", "Programming.*", 130, {}},
-    {"hang-up in verification", oneBlock, "--fault hangup:read", "", "", "Verifying.*", 130, {}},
+    {"hang-up in the wait", oneBlock, "--fault hangup:1", "", "", "Waiting for device.*", 130, {}, stopped},
+    {"hang-up in the delay", oneBlock, "--fault hangup:50", "", "", "Powerup delay.*", 130, {}, stopped},
+    {"hang-up in erase", oneBlock, "--fault hangup:erase", "", "", "Erasing.*", 130, {}, stopped},
+    {"hang-up in blank check", oneBlock, "--fault hangup:erase+1", "", "", "Blank Checking.*", 130, {}, stopped},
+    {"hang-up in programming", oneBlock, "--fault hangup:write", "", "", "Programming.*", 130, {}, stopped},
+    {"hang-up in verification", oneBlock, "--fault hangup:read", "", "", "Verifying.*", 130, {}, stopped},
     {"hang-up at the reset", oneBlock, "--fault hangup:reset", "", "", "", 0, {success, "Complete"}},
-    {"file changed between two burns", someBlocks, "", "", "", "", 0, {success + "(.|\\n)*" + success}, oneBlock},
-    {"stopped in the delay", oneBlock, "", "", "", "Powerup delay.*", 130, {"Operation cancelled by user"}},
+    {"file changed between two burns", someBlocks, "", "", "", "", 0, {success + "(.|\\n)*" + success}, "", oneBlock},
+    {"stopped in the delay", oneBlock, "", "", "", "Powerup delay.*", 130, {"Operation cancelled by user"}, stopped},
 };
 
 /// What a program answers at once, without a device.
@@ -208,7 +216,6 @@ public:
 
     bool startBurn()
     {
-        burn.setProcessChannelMode(QProcess::MergedChannels);
         burn.start(
             TAVIMORA_CLI, QStringList{"burn", "--port", port(), firmware()} + road.burn.split(' ', Qt::SkipEmptyParts));
         clock.start();
@@ -234,6 +241,7 @@ public:
             return false;
         }
         stopLasted = stopSent < 0 ? 0 : clock.elapsed() - stopSent;
+        reason = QString::fromUtf8(burn.readAllStandardError());
         log += QString::fromUtf8(burn.readAll());
         if (!road.next.empty() && std::exchange(image, &road.next) == &road.image) {
             return !(pack() && startBurn());
@@ -247,9 +255,12 @@ public:
     {
         const bool equal = contentOf(memoryFile()) == memoryWith(*image);
         const QByteArray context =
-            QString("exit %1, memory equal %2\n%3").arg(burn.exitCode()).arg(equal).arg(log).toUtf8();
+            QString("exit %1, memory equal %2\n%3%4").arg(burn.exitCode()).arg(equal).arg(log, reason).toUtf8();
         QVERIFY2(burn.exitStatus() == QProcess::NormalExit, context);
         QVERIFY2(road.exitStatus < 0 || burn.exitCode() == road.exitStatus, context);
+        const QString expectedReason = road.reason.isEmpty() ? QString() : "tavimora-cli burn: " + road.reason + '\n';
+        QVERIFY2(road.exitStatus < 0 || reason == expectedReason, context);
+        QVERIFY2(log.contains("Operation cancelled by user") == (burn.exitCode() == 130), context);
         QVERIFY2((burn.exitCode() == 0) == log.contains(success), context);
         if (burn.exitCode() == 0) {
             QVERIFY2(equal, context);
@@ -281,6 +292,7 @@ private:
     QProcess burn;
     QElapsedTimer clock;
     QString log;
+    QString reason;
     qint64 stopDue = -1;
     qint64 stopSent = -1;
     qint64 stopLasted = 0;
