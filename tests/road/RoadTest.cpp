@@ -155,6 +155,7 @@ const std::vector<Road> roads = {
 /// What a program answers at once, without a device.
 struct Answer {
     const char* name;
+    const char* program;
     QStringList arguments;
     int exitStatus;
     /// What standard output and standard error begin with; nothing may stand there when it is empty.
@@ -165,17 +166,21 @@ struct Answer {
 const QString usage = "usage: tavimora-cli ports\n       tavimora-cli ";
 const QString portsUsage = "usage: tavimora-cli ports\n\nLists the serial ports";
 const std::vector<Answer> answers = {
-    {"no command", {}, 2, "", "tavimora-cli: a command is missing\n" + usage},
-    {"wrong command", {"prots"}, 2, "", "tavimora-cli: there is no command \"prots\"\n" + usage},
-    {"help", {"help"}, 0, usage, ""},
-    {"--help", {"--help"}, 0, usage, ""},
-    {"--version", {"--version"}, 0, "tavimora-cli 1", ""},
-    {"help ports", {"help", "ports"}, 0, portsUsage, ""},
-    {"ports --help", {"ports", "--help"}, 0, portsUsage, ""},
-    {"argument of ports", {"ports", "a"}, 2, "", "tavimora-cli ports: expected no arguments, not 1 argument\n"},
-    {"burn --help", {"burn", "--help"}, 0, "usage: tavimora-cli burn --port NAME", ""},
-    {"burn without a port", {"burn", "a"}, 2, "", "tavimora-cli burn: --port is missing\n"},
-    {"time-out of 0", {"burn", "--port", "a", "--timeout", "0", "b"}, 2, "", "tavimora-cli burn: --timeout wants"},
+    {"no command", TAVIMORA_CLI, {}, 2, "", "tavimora-cli: a command is missing\n" + usage},
+    {"wrong command", TAVIMORA_CLI, {"prots"}, 2, "", "tavimora-cli: there is no command \"prots\"\n" + usage},
+    {"help", TAVIMORA_CLI, {"help"}, 0, usage, ""},
+    {"--help", TAVIMORA_CLI, {"--help"}, 0, usage, ""},
+    {"--version", TAVIMORA_CLI, {"--version"}, 0, "tavimora-cli 1", ""},
+    {"help ports", TAVIMORA_CLI, {"help", "ports"}, 0, portsUsage, ""},
+    {"ports --help", TAVIMORA_CLI, {"ports", "--help"}, 0, portsUsage, ""},
+    {"argument of ports", TAVIMORA_CLI, {"ports", "a"}, 2, "",
+        "tavimora-cli ports: expected no arguments, not 1 argument\n"},
+    {"burn --help", TAVIMORA_CLI, {"burn", "--help"}, 0, "usage: tavimora-cli burn --port NAME", ""},
+    {"burn without a port", TAVIMORA_CLI, {"burn", "a"}, 2, "", "tavimora-cli burn: --port is missing\n"},
+    {"time-out of 0", TAVIMORA_CLI, {"burn", "--port", "a", "--timeout", "0", "b"}, 2, "",
+        "tavimora-cli burn: --timeout wants"},
+    {"script/run --help", SCRIPT_RUN, {"--help"}, 0, "usage: script/run [--console]\n", ""},
+    {"wrong argument of script/run", SCRIPT_RUN, {"--consol"}, 2, "", "run: unknown arguments: --consol\nusage: "},
 };
 
 /// One burn with its device, each a process of its own.
@@ -348,7 +353,7 @@ private Q_SLOTS:
         QFETCH(int, index);
         const Answer& wanted = answers[static_cast<std::size_t>(index)];
         QProcess program;
-        program.start(TAVIMORA_CLI, wanted.arguments);
+        program.start(wanted.program, wanted.arguments);
         QVERIFY(program.waitForFinished(startLimitMs));
         const QByteArray output = program.readAllStandardOutput();
         const QByteArray error = program.readAllStandardError();
