@@ -34,7 +34,8 @@ constexpr std::uint16_t eraseKey = 0xA506;
 constexpr std::size_t bootloaderVersionOffset = boot::replyDataOffset;
 constexpr std::size_t firmwareVersionOffset = boot::replyDataOffset + 2;
 constexpr std::size_t deviceIdOffset = boot::replyDataOffset + 4;
-constexpr std::size_t versionReplySize = boot::replyDataOffset + 6;
+constexpr std::size_t versionWords = 3;
+constexpr std::size_t versionReplySize = boot::replyDataOffset + 2 * versionWords;
 
 PortSettings closedPortSettings()
 {
@@ -247,9 +248,8 @@ BootStatus BootloaderClient::transfer(const BootFrame& frame)
 }
 
 /// Makes sure that no reply to an earlier request can be taken for the answer to `frame`, which would make verification
-/// unsound. When a reply may be in flight, the client asks for something whose answer looks unlike it: a bare status
-/// where a data reply is missing, and a data reply where a status is. Once that answer has come, all replies before it
-/// have come too.
+/// unsound. When a reply may be in flight, the client asks for something whose answer looks unlike it. Once that answer
+/// has come, all replies before it have come too.
 ///
 /// A repeat of the request that is without its answer is sent at once. That is not only allowed, since any reply to it
 /// will do, but necessary: the repeats use up the late replies, and a line with a long delay would never get in step
@@ -258,13 +258,12 @@ BootStatus BootloaderClient::transfer(const BootFrame& frame)
 bool BootloaderClient::ensureInStep(const BootFrame& frame)
 {
     while (inFlight.cause != InFlight::Cause::Nothing && inFlight.request != frame) {
-        const bool dataMissing = boot::wantsData(inFlight.request);
-        const BootFrame question = dataMissing ? boot::makeFrame(BootCommand::CmdBlankCheck, pingAddress, pingWords)
-                                               : boot::makeFrame(BootCommand::CmdGetVersion, 0, 0);
+        const BootFrame question = questionUnlike(inFlight.request);
+        const bool asksVersion = boot::wantsData(question);
         if (!probe(question)) {
             return false;
         }
-        if (!dataMissing) {
+        if (asksVersion) {
             takeIdentity();
             otherDevice = expectedDevice && deviceId != *expectedDevice;
             if (otherDevice) {
@@ -273,17 +272,32 @@ bool BootloaderClient::ensureInStep(const BootFrame& frame)
         }
         // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
         // answer to `frame`; otherwise they are the replies to wait for.
-        const bool settled = inFlight.probes == 1 || boot::wantsData(question) != boot::wantsData(frame);
+        const bool settled = inFlight.probes == 1 || asksVersion != boot::wantsData(frame);
         inFlight = settled ? InFlight{} : InFlight{question, InFlight::Cause::Answer};
     }
     return true;
 }
 
+/// A request whose answer cannot be taken for the one to `request`: the version, which noise can hardly imitate, or the
+/// blank check of one word where a version reply could look like the missing one.
+BootFrame BootloaderClient::questionUnlike(const BootFrame& request) const
+{
+    const BootCommand command = boot::commandOf(request.front());
+    const bool alike = command == BootCommand::CmdGetVersion ||
+                       (command == BootCommand::CmdReadBlock && boot::countOf(request) == versionWords);
+    return alike || inFlight.cause == InFlight::Cause::Copy
+               ? boot::makeFrame(BootCommand::CmdBlankCheck, pingAddress, pingWords)
+               : boot::makeFrame(BootCommand::CmdGetVersion, 0, 0);
+}
+
 /// @return whether an answer to `question` has come.
 bool BootloaderClient::probe(const BootFrame& question)
 {
-    const BootCommand command = boot::commandOf(question.front());
     const bool copyOnly = inFlight.cause == InFlight::Cause::Copy;
+    const auto answered = [&](BootStatus status) {
+        const bool ofRequest = status == BootStatus::Data && isAnswerTo(inFlight.request, status);
+        return isAnswerTo(question, status) && !ofRequest;
+    };
     // A line with a long delay may bring the answer to one probe during the next, so that only the first one drops what
     // is there. An echo, though, is only counted, so nothing may stand in front of it.
     if ((inFlight.probes == 0 && !copyOnly) || echoOn || inFlight.debris) {
@@ -293,10 +307,10 @@ bool BootloaderClient::probe(const BootFrame& question)
     inFlight.cause = InFlight::Cause::Answer;
     const QDeadlineTimer deadline = now() + probeLimit.count();
     BootStatus status = transfer(question);
-    while (!isAnswer(command, status) && !inFlight.debris && now() < deadline) {
+    while (!answered(status) && !inFlight.debris && now() < deadline) {
         status = awaitReply({});
     }
-    if (!isAnswer(command, status)) {
+    if (!answered(status)) {
         return false;
     }
     // Noise may have looked like the answer.

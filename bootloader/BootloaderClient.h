@@ -141,6 +141,7 @@ private:
     BootStatus transfer(const BootFrame& frame);
     void dropInput();
     bool ensureInStep(const BootFrame& frame);
+    BootFrame questionUnlike(const BootFrame& request) const;
     bool probe(const BootFrame& question);
     BootStatus awaitReply(std::chrono::milliseconds limit);
     BootStatus awaitStatus(std::chrono::milliseconds limit);

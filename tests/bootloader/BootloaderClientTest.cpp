@@ -64,12 +64,13 @@ struct Link {
         line->device = [=](const Bytes&) { return ScriptedLine::Reply{reply, after}; };
     }
 
-    /// Lets the device answer reads and version requests with `dataReply`, and confirm everything else.
-    void obey(const Bytes& dataReply, milliseconds after = {})
+    /// Lets the device answer reads with 01 02 and version requests with three words of 0, and confirm everything else.
+    void obey(milliseconds after = {})
     {
         line->device = [=](const Bytes& request) {
-            const bool wantsData = request[1] == 0x14 || request[1] == 0x1E;
-            return ScriptedLine::Reply{wantsData ? dataReply : Bytes{0x90}, after};
+            const Bytes data = ScriptedLine::dataReply({1, 2}).bytes;
+            const Bytes version = ScriptedLine::dataReply(Bytes(6)).bytes;
+            return ScriptedLine::Reply{request[1] == 0x14 ? data : request[1] == 0x1E ? version : Bytes{0x90}, after};
         };
     }
 
@@ -196,12 +197,14 @@ private Q_SLOTS:
             QTest::newRow(name) << first << reply << lateMs << second << result << probe;
         };
         row("none", readBlock(0, 2), data, 0, readBlock(2, 2), "01 02", "");
-        row("read", readBlock(0, 2), data, 350, readBlock(2, 2), "01 02", blankWord);
+        row("read", readBlock(0, 2), data, 350, readBlock(2, 2), "01 02", version);
+        row("read that looks like a version", readBlock(0, 6), ScriptedLine::dataReply(Bytes(6, 7)).bytes, 350,
+            readBlock(2, 2), "01 02", blankWord);
         row("same read again", readBlock(2, 2), data, 350, readBlock(2, 2), "07 07", "");
-        row("read, of another length", readBlock(0, 4), data, 0, readBlock(2, 2), "01 02", blankWord);
-        row("read, refused", readBlock(0, 2), {0xA0}, 0, readBlock(2, 2), "01 02", blankWord);
+        row("read, of another length", readBlock(0, 4), data, 0, readBlock(2, 2), "01 02", version);
+        row("read, refused", readBlock(0, 2), {0xA0}, 0, readBlock(2, 2), "01 02", version);
         row("read, damaged", readBlock(0, 2), bytes("80 00 00 00 01 00 90 90 00 00 90"), 0, readBlock(2, 2), "01 02",
-            blankWord);
+            version);
         row("version, then a blank check", readVersion, data, 110, blankCheck(2, 2), "blank", blankWord);
         row("blank check", blankCheck(0, 2), {0x70}, 110, blankCheck(2, 2), "blank", version);
         row("write", writeBlock(0, {1, 2}), {0xA0}, 350, writeBlock(2, {1, 2}), "yes", version);
@@ -220,7 +223,7 @@ private Q_SLOTS:
         QFETCH(const int, lateMs);
         Link link(reply, milliseconds(lateMs));
         first(link.client);
-        link.obey(ScriptedLine::dataReply({1, 2}).bytes);
+        link.obey();
         QTEST(second(link.client), "result");
         QTEST(link.line->requests.size() == 2 ? QByteArray() : hex(link.line->requests[1]), "probe");
     }
@@ -236,7 +239,7 @@ private Q_SLOTS:
             QCOMPARE(link.line->requests.size(), before + 1);
             QCOMPARE(link.line->requests.back()[1], std::uint8_t{0x1E});
         }
-        link.obey(ScriptedLine::dataReply({}).bytes);
+        link.obey();
         QVERIFY(link.client.writeBlock(2, {1, 2}));
     }
 
@@ -245,7 +248,7 @@ private Q_SLOTS:
     {
         for (const int delayMs : {110, 190, 290, 350}) {
             Link link;
-            link.obey(ScriptedLine::dataReply({1, 2}).bytes, milliseconds(delayMs));
+            link.obey(milliseconds(delayMs));
             const auto inTheEnd = [&link](const Call& call, const QByteArray& result) {
                 for (int attempt = 0; attempt < 10; ++attempt) {
                     if (call(link.client) == result) {
@@ -254,7 +257,7 @@ private Q_SLOTS:
                 }
                 return false;
             };
-            QVERIFY(inTheEnd(readVersion, "00 00 00 00 00 00 / 0 0 0"));
+            QVERIFY(inTheEnd(readVersion, "00 00 00 00 00 00 / 0 3100 ffff"));
             QVERIFY(inTheEnd(eraseMemory, "yes"));
             QVERIFY(inTheEnd(blankCheck(0, 2), "blank"));
             QVERIFY(inTheEnd(writeBlock(0, {1, 2}), "yes"));
@@ -268,7 +271,7 @@ private Q_SLOTS:
     {
         for (const bool announced : {false, true}) {
             Link link;
-            link.obey(ScriptedLine::dataReply({1, 2}).bytes);
+            link.obey();
             link.client.readBlock(0, 2);
             link.line->deliver(ScriptedLine::dataReply({7, 7}));
             if (announced) {
