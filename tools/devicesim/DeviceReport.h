@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <QString>
 
 #include <chrono>
 #include <cstddef>
@@ -26,7 +27,7 @@ struct RequestRecord {
     std::string faults;
 
     /// For example "    12.345 ms  write        0x3100 0x0100 -> 0x90  flip".
-    std::string toLine() const;
+    QString toLine() const;
 };
 
 /// What the device has seen and done.
@@ -35,9 +36,6 @@ struct DeviceReport {
     static constexpr std::size_t keptRequests = 10000;
 
     void add(const RequestRecord& record);
-
-    /// @return how many requests of a command came, kept or not.
-    std::uint64_t countOf(std::uint8_t command) const;
 
     /// The report as an object, with a summary of the memory.
     QJsonObject toJson(std::span<const std::uint8_t> memory) const;

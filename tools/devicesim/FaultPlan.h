@@ -1,7 +1,6 @@
 #pragma once
 
-#include "tools/devicesim/DeviceMemory.h"
-#include "tools/devicesim/WireFormat.h"
+#include "tools/devicesim/Bootloader.h"
 
 #include <QString>
 #include <QStringList>
@@ -16,7 +15,7 @@
 namespace devicesim
 {
 
-/// Faults that happen by chance, each rolled for every request on its own.
+/// Faults that happen by chance, drawn for every request on its own.
 enum class Fault : std::uint8_t {
     Drop,   ///< The request is carried out, its reply is lost.
     Late,   ///< The reply comes late.
@@ -27,31 +26,35 @@ enum class Fault : std::uint8_t {
     Stray,  ///< A status byte that belongs to nothing comes before the reply.
     Lose    ///< One to three bytes of the request are lost on the way to the device.
 };
-constexpr std::size_t faultKinds = 8;
+
+/// By `Fault`, as on the command line and in reports.
+constexpr std::array faultNames = {"drop", "late", "refuse", "cut", "flip", "noise", "stray", "lose"};
+
+constexpr std::size_t indexOf(Fault fault)
+{
+    return static_cast<std::size_t>(fault);
+}
 
 /// What is to go wrong.
 struct FaultPlan {
-    double& probability(Fault fault) { return probabilities[static_cast<std::size_t>(fault)]; }
-    double probability(Fault fault) const { return probabilities[static_cast<std::size_t>(fault)]; }
-
     /// Adds a fault as the command line names it, "NAME" or "NAME:VALUE". A stuck bit may be added to others, any
     /// other fault only once.
-    /// @return an empty text, or what is wrong with `text`; the plan is then unchanged.
+    /// @return an empty text, or what is wrong with `text`.
     QString add(const QString& text);
 
     /// One line a fault: its name, what its value means, what it does.
     static QString help();
 
     /// By `Fault`, 0 to 1.
-    std::array<double, faultKinds> probabilities = {};
+    std::array<double, faultNames.size()> probabilities = {};
     std::vector<StuckBit> stuckBits;
-    /// The first blank check after an erase answers that the memory is not blank.
+    /// The first blank check after the first erase answers that the memory is not blank.
     bool dirtyBlank = false;
     /// The line hangs up at this request, counted from 1, instead of a reply; 0: never.
     std::uint64_t hangupAt = 0;
     /// What `hangupAt` counts from: the first request with this command, or the first of all.
     std::optional<Command> hangupFrom;
-    /// For so long after its start the device hears nothing.
+    /// For this time after its start the device ignores what it receives.
     std::chrono::milliseconds startDelay{0};
     /// Names of the faults that were added.
     QStringList given;

@@ -27,8 +27,9 @@ std::chrono::nanoseconds timeOfByte(std::uint32_t bitsPerSecond)
 
 } // namespace
 
-PacedLine::PacedLine(std::uint32_t bitsPerSecond, bool echoOn)
-    : timePerByte(timeOfByte(bitsPerSecond))
+PacedLine::PacedLine(PseudoTerminal& pseudoTerminal, std::uint32_t bitsPerSecond, bool echoOn)
+    : terminal(pseudoTerminal)
+    , timePerByte(timeOfByte(bitsPerSecond))
     , echo(echoOn)
 {
 }

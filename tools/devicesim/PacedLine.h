@@ -8,13 +8,9 @@
 #include <deque>
 #include <optional>
 #include <span>
-#include <string>
 
 namespace devicesim
 {
-
-using Clock = std::chrono::steady_clock;
-using TimePoint = Clock::time_point;
 
 /// A serial line over a pseudo-terminal that takes the time of a real one, both ways at once.
 ///
@@ -30,15 +26,10 @@ public:
         TimePoint due;
     };
 
+    /// @param pseudoTerminal outlives the line.
     /// @param bitsPerSecond 0: no pacing.
     /// @param echoOn every byte that arrives is sent back at once.
-    PacedLine(std::uint32_t bitsPerSecond, bool echoOn);
-
-    /// @return false on failure, with the reason in `error`.
-    bool open(std::string& error) { return terminal.open(error); }
-
-    PseudoTerminal& pseudoTerminal() { return terminal; }
-    const PseudoTerminal& pseudoTerminal() const { return terminal; }
+    PacedLine(PseudoTerminal& pseudoTerminal, std::uint32_t bitsPerSecond, bool echoOn);
 
     /// Moves bytes: takes what the host has written, and hands over what has left by `now`.
     void transfer(TimePoint now);
@@ -78,7 +69,7 @@ private:
     void receive(TimePoint now);
     void handOver(TimePoint now);
 
-    PseudoTerminal terminal;
+    PseudoTerminal& terminal;
     std::chrono::nanoseconds timePerByte;
     bool echo;
     std::deque<Byte> arriving;

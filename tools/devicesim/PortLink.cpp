@@ -1,13 +1,13 @@
 #include "tools/devicesim/PortLink.h"
 
-#include <QDir>
+#include "support/VirtualPortFolder.h"
+
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
 
 #include <cerrno>
-#include <string>
 #include <system_error>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,11 +25,6 @@ QString reasonOf(int error)
     return QString::fromStdString(std::generic_category().message(error));
 }
 
-bool isYounger(const timespec& left, const timespec& right)
-{
-    return left.tv_sec != right.tv_sec ? left.tv_sec > right.tv_sec : left.tv_nsec > right.tv_nsec;
-}
-
 /// @return whether `path` is a link to a pseudo-terminal that is gone, or whose name a younger one has got since.
 bool isStaleLink(const QString& path)
 {
@@ -40,17 +35,10 @@ bool isStaleLink(const QString& path)
         return false;
     }
     struct stat terminal = {};
-    return ::stat(name.constData(), &terminal) != 0 || isYounger(terminal.st_ctim, link.st_ctim);
-}
-
-/// The runtime folder of the user; empty if there is none. Qt's warning about an environment without one would be
-/// no news to somebody who reads the path in the next line.
-QString runtimeFolder()
-{
-    const QtMessageHandler before = qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-    QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    qInstallMessageHandler(before);
-    return folder;
+    const auto changedAt = [](const struct stat& status) {
+        return std::pair(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+    };
+    return ::stat(name.constData(), &terminal) != 0 || changedAt(terminal) > changedAt(link);
 }
 
 } // namespace
@@ -69,8 +57,8 @@ QString PortLink::make(const QString& path, const QString& terminal)
         QFile::remove(absolute);
     }
     if (::symlink(QFile::encodeName(terminal).constData(), QFile::encodeName(absolute).constData()) != 0) {
-        const QString reason = errno == EEXIST ? QStringLiteral("it exists and is in use") : reasonOf(errno);
-        return QStringLiteral("cannot make the link '%1': %2").arg(absolute, reason);
+        const QString reason = errno == EEXIST ? "it exists and is in use" : reasonOf(errno);
+        return QString("cannot make the link '%1': %2").arg(absolute, reason);
     }
     linkPath = absolute;
     target = terminal;
@@ -79,18 +67,15 @@ QString PortLink::make(const QString& path, const QString& terminal)
 
 QString PortLink::makeListed(const QString& terminal)
 {
-    const QString runtime = runtimeFolder();
-    if (runtime.isEmpty()) {
-        return QStringLiteral("there is no runtime folder for the link (see XDG_RUNTIME_DIR); name one with --link");
-    }
-    const QString folder = runtime + QStringLiteral("/serial");
-    if (::mkdir(QFile::encodeName(folder).constData(), S_IRWXU) != 0 && errno != EEXIST) {
-        return QStringLiteral("cannot make the folder '%1': %2").arg(folder, reasonOf(errno));
+    const QString folder = makeVirtualPortFolder();
+    if (folder.isEmpty()) {
+        return QString("there is no folder for the link (see XDG_RUNTIME_DIR): %1; name a link with --link")
+            .arg(reasonOf(errno));
     }
     QString problem;
     for (int number = 1; number <= mostListedLinks; ++number) {
-        const QString path =
-            folder + (number == 1 ? QStringLiteral("/devicesim") : QStringLiteral("/devicesim-%1").arg(number));
+        const QString suffix = number == 1 ? QString() : QString("-%1").arg(number);
+        const QString path = folder + "/devicesim" + suffix;
         problem = make(path, terminal);
         const QFileInfo taken(path);
         if (problem.isEmpty() || !(taken.exists() || taken.isSymLink())) {

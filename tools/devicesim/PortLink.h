@@ -14,13 +14,12 @@ public:
     PortLink& operator=(const PortLink&) = delete;
     ~PortLink();
 
-    /// Makes the link `path` to `terminal`. What a device that is gone left at `path` is replaced,
-    /// and nothing else.
+    /// Makes the link `path` to `terminal`. What a device that is gone left at `path` is replaced, and nothing else.
     /// @return an empty text, or why there is no link.
     QString make(const QString& path, const QString& terminal);
 
-    /// Makes a link in the folder in which the list of ports looks, "serial" in the user's runtime folder, and makes
-    /// the folder if need be. The link is named "devicesim", or "devicesim-2" and so on beside other devices.
+    /// Makes a link in the folder of virtual ports, which the list of ports shows. The link is named "devicesim", or
+    /// "devicesim-2" and so on beside other devices.
     /// @return an empty text, or why there is no link.
     QString makeListed(const QString& terminal);
 

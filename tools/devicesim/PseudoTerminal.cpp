@@ -2,11 +2,12 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <system_error>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pty.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 
@@ -16,10 +17,8 @@ namespace devicesim
 namespace
 {
 
-std::string lastError(const char* what)
-{
-    return std::string(what) + ": " + std::generic_category().message(errno);
-}
+/// From the close by a host to the clean-up, so that a host that opens the terminal again at once is left alone.
+constexpr std::chrono::milliseconds tidyDelay{100};
 
 bool makeRaw(int terminal)
 {
@@ -36,21 +35,25 @@ bool makeRaw(int terminal)
 
 bool PseudoTerminal::open(std::string& error)
 {
-    close();
-    deviceEnd = UniqueFd(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    int device = -1;
+    int host = -1;
     std::array<char, 128> name = {};
-    if (!deviceEnd.isValid() || ::grantpt(deviceEnd.get()) != 0 || ::unlockpt(deviceEnd.get()) != 0 ||
-        ::ptsname_r(deviceEnd.get(), name.data(), name.size()) != 0) {
-        error = lastError("no pseudo-terminal");
-        close();
+    const bool opened = ::openpty(&device, &host, nullptr, nullptr, nullptr) == 0;
+    deviceEnd = FileDescriptor(device);
+    hostEnd = FileDescriptor(host);
+    if (!opened || ::fcntl(device, F_SETFD, FD_CLOEXEC) != 0 || ::fcntl(device, F_SETFL, O_RDWR | O_NONBLOCK) != 0 ||
+        ::ttyname_r(host, name.data(), name.size()) != 0) {
+        error = "no pseudo-terminal: " + std::generic_category().message(errno);
         return false;
     }
     hostPath = name.data();
+    // openpty(3) leaves the host's end open for the programs that this one starts.
     if (!openHostEnd() || !makeRaw(hostEnd.get())) {
-        error = lastError(name.data());
-        close();
+        error = hostPath + ": " + std::generic_category().message(errno);
         return false;
     }
+    closeEvents = FileDescriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ::inotify_add_watch(closeEvents.get(), hostPath.c_str(), IN_CLOSE);
     return true;
 }
 
@@ -78,15 +81,41 @@ bool PseudoTerminal::hostInputWaits() const
     return ::ioctl(hostEnd.get(), FIONREAD, &waiting) == 0 && waiting > 0;
 }
 
-bool PseudoTerminal::tidyHostEnd()
+bool PseudoTerminal::tidy(TimePoint now)
+{
+    if (sawClose() && !tidyAt) {
+        tidyAt = now + tidyDelay;
+    }
+    if (!tidyAt || now < *tidyAt) {
+        return true;
+    }
+    tidyAt.reset();
+    const bool kept = restoreIfDeserted();
+    // That has closed the host's end too.
+    sawClose();
+    return kept;
+}
+
+bool PseudoTerminal::sawClose()
+{
+    bool closed = false;
+    std::array<char, 4096> events = {};
+    while (::read(closeEvents.get(), events.data(), events.size()) > 0) {
+        closed = true;
+    }
+    return closed;
+}
+
+bool PseudoTerminal::restoreIfDeserted()
 {
     int exclusive = 0;
     ::ioctl(hostEnd.get(), TIOCGEXCL, &exclusive);
-    // Exclusive use outlasts the host that asked for it, and would shut out this one too.
+    // Exclusive use outlasts the host that asked for it, and would shut out this program too.
     ::ioctl(hostEnd.get(), TIOCNXCL);
+    // The device's end sees a hang-up while nobody has the host's end open.
     hostEnd.reset();
-    pollfd ownEnd = {deviceEnd.get(), 0, 0};
-    const bool deserted = ::poll(&ownEnd, 1, 0) > 0 && (ownEnd.revents & POLLHUP) != 0;
+    pollfd source = {deviceEnd.get(), 0, 0};
+    const bool deserted = ::poll(&source, 1, 0) > 0 && (source.revents & POLLHUP) != 0;
     if (!openHostEnd()) {
         return false;
     }
@@ -102,7 +131,7 @@ bool PseudoTerminal::tidyHostEnd()
 
 bool PseudoTerminal::openHostEnd()
 {
-    hostEnd = UniqueFd(::open(hostPath.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    hostEnd = FileDescriptor(::open(hostPath.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     return hostEnd.isValid();
 }
 

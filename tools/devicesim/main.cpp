@@ -1,37 +1,125 @@
+#include "support/CommandLine.h"
+#include "support/FileDescriptor.h"
+#include "support/Printable.h"
 #include "tools/devicesim/DeviceSim.h"
-#include "tools/devicesim/Options.h"
 #include "tools/devicesim/PortLink.h"
-#include "tools/devicesim/UniqueFd.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QJsonDocument>
 #include <QSaveFile>
+#include <QVersionNumber>
 
-#include <array>
 #include <csignal>
 #include <cstdio>
 
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 
 namespace
 {
 
 using namespace devicesim;
+using std::chrono::milliseconds;
 
-constexpr int exitFailure = 1;
-constexpr int exitUsage = 2;
+constexpr const char* programName = "devicesim";
+constexpr int longestTimeMs = 3'600'000;
+constexpr std::uint32_t smallestBaudRate = 50;
+constexpr std::uint32_t largestBaudRate = 100'000'000;
 
-void complain(const QString& text)
+/// What the command line asks for.
+struct Options {
+    DeviceConfig device;
+    /// Empty: where the list of ports finds it.
+    QString linkPath;
+    /// Empty: the memory is lost at the end.
+    QString memoryFile;
+    /// Empty: no report.
+    QString reportFile;
+};
+
+void addOptions(CommandLine& line)
 {
-    std::fprintf(stderr, "devicesim: %s\n", qUtf8Printable(text));
+    line.addOption("link", "PATH", "Put the link to the port at PATH, not where the list of ports finds it.");
+    line.addOption("baud", "N", "Take the time that N bits per second take; without it, as fast as it goes.");
+    line.addOption("device-id", "N", "Report N as the device's id (default 0x0300).");
+    line.addOption("bootloader-version", "A.B.C", "Report this version of the bootloader (default 1.1.2).");
+    line.addOption("firmware-version", "A.B.C", "Report this version of the firmware (default 2.2.3).");
+    line.addFlag("echo", "Send every received byte back at once.");
+    line.addOption("memory", "FILE",
+        "Begin with the memory in FILE if it exists, and write it there at each reset and at the end.");
+    line.addOption("erase-time", "MS", "Take so long to erase.");
+    line.addOption("write-time", "MS", "Take so long to write a block.");
+    line.addOption("late-time", "MS", "How late a late reply is (default 500).");
+    line.addOption("fault", "NAME[:VALUE]", "Let something go wrong, see below. May be given more than once.");
+    line.addOption("seed", "N", "Random seed of the faults (default 1).");
+    line.addFlag("once", "End after the first reset.");
+    line.addOption("report", "FILE", "Write to FILE at the end, as JSON, what the device has seen.");
+    line.addFlag("verbose", "Print a line per request to standard error.");
+    line.addVersionFlag();
+    line.setEpilogue('\n' + FaultPlan::help());
 }
 
-/// Takes the signals that end the program out of the way of all threads.
-/// @return a descriptor that becomes readable when one comes.
-UniqueFd catchSignals()
+milliseconds takeTime(CommandLine& line, const QString& name, milliseconds byDefault)
+{
+    const std::optional<int> time = line.number(name, 0, longestTimeMs);
+    return time ? milliseconds(*time) : byDefault;
+}
+
+/// @return the version as its word on the wire.
+std::uint16_t takeVersion(CommandLine& line, const QString& name, std::uint16_t byDefault)
+{
+    const std::optional<QString> text = line.text(name);
+    if (!text) {
+        return byDefault;
+    }
+    qsizetype end = 0;
+    const QVersionNumber version = QVersionNumber::fromString(*text, &end);
+    const int major = version.majorVersion();
+    const int minor = version.minorVersion();
+    const int patch = version.microVersion();
+    if (end != text->size() || version.segmentCount() != 3 || major > 15 || minor > 63 || patch > 63) {
+        line.refuse(QString("--%1 wants A.B.C with A up to 15, B and C up to 63, not %2").arg(name, quoted(*text)));
+    }
+    return static_cast<std::uint16_t>(major << 12 | minor << 6 | patch);
+}
+
+Options takeOptions(CommandLine& line)
+{
+    Options options;
+    DeviceConfig& device = options.device;
+    Identity& identity = device.identity;
+    identity.deviceId = line.number<std::uint16_t>("device-id", 0, UINT16_MAX).value_or(identity.deviceId);
+    identity.bootloaderVersion = takeVersion(line, "bootloader-version", identity.bootloaderVersion);
+    identity.firmwareVersion = takeVersion(line, "firmware-version", identity.firmwareVersion);
+    device.baudRate = line.number("baud", smallestBaudRate, largestBaudRate).value_or(0);
+    device.echo = line.isSet("echo");
+    device.eraseTime = takeTime(line, "erase-time", device.eraseTime);
+    device.writeTime = takeTime(line, "write-time", device.writeTime);
+    device.lateTime = takeTime(line, "late-time", device.lateTime);
+    if (const auto seed = line.number<std::int64_t>("seed", 0, INT64_MAX)) {
+        device.seed = static_cast<std::uint64_t>(*seed);
+    }
+    device.once = line.isSet("once");
+    for (const QString& fault : line.texts("fault")) {
+        if (const QString problem = device.faults.add(fault); !problem.isEmpty()) {
+            line.refuse(problem);
+        }
+    }
+    if (line.isSet("verbose")) {
+        device.onRequest = [](const RequestRecord& request) {
+            std::fprintf(stderr, "%s\n", qPrintable(request.toLine()));
+        };
+    }
+    options.linkPath = line.text("link").value_or(QString());
+    options.memoryFile = line.text("memory").value_or(QString());
+    options.reportFile = line.text("report").value_or(QString());
+    line.operands(0, "no arguments");
+    return options;
+}
+
+/// Blocks the signals that end the program.
+/// @return a descriptor that becomes readable when one of them comes.
+FileDescriptor catchSignals()
 {
     sigset_t signals = {};
     ::sigemptyset(&signals);
@@ -39,7 +127,7 @@ UniqueFd catchSignals()
         ::sigaddset(&signals, number);
     }
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return UniqueFd(::signalfd(-1, &signals, SFD_CLOEXEC));
+    return FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
 bool readMemory(const QString& path, std::vector<std::uint8_t>& memory)
@@ -49,13 +137,14 @@ bool readMemory(const QString& path, std::vector<std::uint8_t>& memory)
         return true;
     }
     if (!file.open(QIODevice::ReadOnly)) {
-        complain(QStringLiteral("cannot read '%1': %2").arg(path, file.errorString()));
+        complain(programName, QString("cannot read '%1': %2").arg(path, file.errorString()));
         return false;
     }
-    // What is no memory of a device must not be overwritten with one.
-    constexpr auto largest = static_cast<qint64>(DeviceMemory::size);
+    // A file that is no memory of a device must not be overwritten with one.
+    constexpr qint64 largest = Memory::size;
     if (file.size() > largest) {
-        complain(QStringLiteral("'%1' is longer than the %2 bytes of the device's memory").arg(path).arg(largest));
+        complain(
+            programName, QString("'%1' is longer than the %2 bytes of the device's memory").arg(path).arg(largest));
         return false;
     }
     const QByteArray content = file.readAll();
@@ -70,92 +159,66 @@ bool writeFile(const QString& path, const QByteArray& content)
     }
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size() || !file.commit()) {
-        complain(QStringLiteral("cannot write '%1': %2").arg(path, file.errorString()));
+        complain(programName, QString("cannot write '%1': %2").arg(path, file.errorString()));
         return false;
     }
     return true;
 }
 
-bool writeMemory(const QString& path, const DeviceSim& device)
+bool writeMemory(const QString& path, const std::vector<std::uint8_t>& memory)
 {
-    const std::vector<std::uint8_t> memory = device.memory();
-    return writeFile(
-        path, QByteArray(reinterpret_cast<const char*>(memory.data()), static_cast<qsizetype>(memory.size())));
+    return writeFile(path, {reinterpret_cast<const char*>(memory.data()), static_cast<qsizetype>(memory.size())});
 }
 
-/// Waits for the end of the device or a signal, and saves the memory at each reset.
-/// @return false when the memory could not be saved.
-bool attend(const DeviceSim& device, int signalDescriptor, const QString& memoryFile)
-{
-    bool saved = true;
-    for (;;) {
-        std::array<pollfd, 2> sources = {{{signalDescriptor, POLLIN, 0}, {device.activityDescriptor(), POLLIN, 0}}};
-        ::poll(sources.data(), sources.size(), -1);
-        if (sources[0].revents != 0) {
-            return saved;
-        }
-        eventfd_t count = 0;
-        ::eventfd_read(device.activityDescriptor(), &count);
-        saved = writeMemory(memoryFile, device);
-        if (device.waitForEnd(std::chrono::milliseconds(0))) {
-            return saved;
-        }
-    }
-}
-
-int runDevice(Options& options)
+ExitStatus runUntilSignal(Options& options)
 {
     if (!readMemory(options.memoryFile, options.device.memory)) {
-        return exitFailure;
+        return ExitStatus::Failure;
     }
-    if (options.verbose) {
-        options.device.onRequest = [](const RequestRecord& request) {
-            std::fprintf(stderr, "%s\n", request.toLine().c_str());
-        };
-    }
-    const UniqueFd signals = catchSignals();
+    bool done = true;
+    options.device.onReset = [&](const std::vector<std::uint8_t>& memory) {
+        done = writeMemory(options.memoryFile, memory);
+    };
+    const FileDescriptor signals = catchSignals();
     DeviceSim device(options.device);
-    if (!device.start()) {
-        complain(QString::fromStdString(device.errorString()));
-        return exitFailure;
+    if (!device.open()) {
+        complain(programName, QString::fromStdString(device.errorString()));
+        return ExitStatus::Failure;
     }
     PortLink link;
     const QString terminal = QString::fromStdString(device.portName());
     const QString problem =
         options.linkPath.isEmpty() ? link.makeListed(terminal) : link.make(options.linkPath, terminal);
     if (!problem.isEmpty()) {
-        complain(problem);
-        return exitFailure;
+        complain(programName, problem);
+        return ExitStatus::Failure;
     }
-    std::printf(
-        "A simulated device waits on the port %s (%s)\n", qUtf8Printable(link.path()), qUtf8Printable(terminal));
-    std::fflush(stdout);
+    printOut(QString("A simulated device waits on the port %1 (%2)\n").arg(link.path(), terminal));
 
-    bool done = attend(device, signals.get(), options.memoryFile);
-    device.stop();
-    done = writeMemory(options.memoryFile, device) && done;
+    device.run(signals.get());
+    done = writeMemory(options.memoryFile, device.memory()) && done;
     const DeviceReport report = device.report();
     done = writeFile(options.reportFile, QJsonDocument(report.toJson(device.memory())).toJson()) && done;
     if (report.hungUp) {
-        complain(QStringLiteral("the line has hung up, as the fault asked"));
+        complain(programName, "the line has hung up, as the fault asked");
     }
-    return done ? 0 : exitFailure;
+    return done ? ExitStatus::Success : ExitStatus::Failure;
 }
 
 } // namespace
 
 int main(int argc, char* argv[])
 {
+    QCoreApplication::setApplicationName(programName);
+    QCoreApplication::setApplicationVersion(TAVIMORA_VERSION);
     const QCoreApplication application(argc, argv);
-    Options options;
-    const QString problem = readOptions(QCoreApplication::arguments(), options);
-    if (!problem.isEmpty()) {
-        complain(problem);
-        return exitUsage;
+    CommandLine line(programName, "[OPTION]...",
+        "A device with a bootloader on a pseudo-terminal. Numbers may be hexadecimal (0x).");
+    addOptions(line);
+    line.parse(QCoreApplication::arguments().mid(1));
+    Options options = takeOptions(line);
+    if (const std::optional<ExitStatus> status = line.verdict()) {
+        return static_cast<int>(*status);
     }
-    if (!options.help.isEmpty()) {
-        std::fputs(qUtf8Printable(options.help), stdout);
-        return 0;
-    }
-    return runDevice(options);
+    return static_cast<int>(runUntilSignal(options));
 }
