@@ -1,6 +1,5 @@
 #include "firmware/FirmwareFile.h"
 
-#include "firmware/Base64.h"
 #include "firmware/QAESEncryption.h"
 
 #include <QBuffer>
@@ -9,13 +8,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <utility>
+#include <algorithm>
 
 namespace
 {
-
-/// Far above what any device holds; keeps a wrong pick in the file dialog from filling the memory.
-constexpr qint64 maxFileSize = qint64{128} * 1024 * 1024;
 
 constexpr qsizetype cipherBlockLength = 16;
 
@@ -24,6 +20,21 @@ QByteArray imageKey()
 {
     return QByteArrayLiteral("v9!Tq#Lz4$Ym7^Bx");
 }
+
+/// A buffer that searches for the end of a line. QIODevice::readLineData asks the device for every single byte.
+class TextBuffer : public QBuffer
+{
+public:
+    using QBuffer::QBuffer;
+
+protected:
+    qint64 readLineData(char* line, qint64 maxSize) override
+    {
+        const qint64 end = data().indexOf('\n', pos());
+        const qint64 length = (end < 0 ? size() : end + 1) - pos();
+        return readData(line, std::min(length, maxSize));
+    }
+};
 
 } // namespace
 
@@ -37,21 +48,22 @@ bool FirmwareFile::load(const QString& path)
     if (!file.open(QIODevice::ReadOnly)) {
         return fail(file.errorString());
     }
-    if (file.size() > maxFileSize) {
-        return fail(QStringLiteral("File too large"));
-    }
-    QByteArray content = file.readAll();
+    const QByteArray content = file.read(maxFileSize + 1);
     if (file.error() != QFileDevice::NoError) {
         return fail(file.errorString());
     }
-    return parse(std::move(content));
+    if (content.size() > maxFileSize) {
+        return fail(QStringLiteral("File too large"));
+    }
+    const bool loaded = parse(content);
+    logFaults(hexFaults);
+    return loaded;
 }
 
-bool FirmwareFile::parse(QByteArray content)
+bool FirmwareFile::parse(const QByteArray& content)
 {
     QJsonParseError error;
-    QJsonObject root = QJsonDocument::fromJson(content, &error).object();
-    content.clear();
+    const QJsonObject root = QJsonDocument::fromJson(content, &error).object();
     if (error.error != QJsonParseError::NoError) {
         return fail(error.errorString());
     }
@@ -59,12 +71,7 @@ bool FirmwareFile::parse(QByteArray content)
         return fail(QStringLiteral("Invalid format"));
     }
     takeHeader(root.value(QLatin1String("header")).toObject());
-
-    QString base64 = root.value(QLatin1String("image")).toString();
-    root = {};
-    QByteArray cipherText = decodeBase64(base64);
-    base64.clear();
-    return decryptImage(std::move(cipherText));
+    return decryptImage(QByteArray::fromBase64(root.value(QLatin1String("image")).toString().toLocal8Bit()));
 }
 
 void FirmwareFile::takeHeader(const QJsonObject& header)
@@ -76,17 +83,16 @@ void FirmwareFile::takeHeader(const QJsonObject& header)
     link = header.value(QLatin1String("link")).toInt(0);
 }
 
-bool FirmwareFile::decryptImage(QByteArray cipherText)
+bool FirmwareFile::decryptImage(const QByteArray& cipherText)
 {
     if (cipherText.size() < cipherBlockLength || cipherText.size() % cipherBlockLength != 0) {
         return fail(QStringLiteral("Invalid format"));
     }
     QAESEncryption aes(QAESEncryption::Aes128, QAESEncryption::Ecb, QAESEncryption::Iso);
-    QByteArray text = aes.decode(std::move(cipherText), imageKey(), {});
-    text = aes.removePadding(std::move(text));
-    QBuffer buffer(&text);
+    QByteArray text = aes.removePadding(aes.decode(cipherText, imageKey(), {}));
+    TextBuffer buffer(&text);
     buffer.open(QIODevice::ReadOnly);
-    return image.readIntelHex(buffer) || fail(QStringLiteral("Wrong firmware file"));
+    return image.readIntelHex(buffer, hexFaults) || fail(QStringLiteral("Wrong firmware file"));
 }
 
 bool FirmwareFile::fail(const QString& reason)

@@ -18,13 +18,18 @@ public:
     ~FirmwareFile() = default;
     Q_DISABLE_COPY_MOVE(FirmwareFile)
 
-    /// Reads the file at `path` into a new object. Anything but a regular file is refused, and one above 128 MiB.
+    /// Bytes of the largest file that `load` takes. Far above what a device holds; keeps a wrong pick in the file
+    /// dialog from filling the memory.
+    static constexpr qint64 maxFileSize = qint64{16} * 1024 * 1024;
+
+    /// Reads the file at `path` into a new object. Anything but a regular file is refused, and one above `maxFileSize`.
+    /// What `MemoryImage::readIntelHex` logs goes to Qt's log.
     /// @return false on failure, with the reason in `errorText`; the object is then fit for nothing else.
     bool load(const QString& path);
 
-    /// Reads the content of a firmware file into a new object; the part of `load` behind the file system.
+    /// Reads the content of a firmware file into a new object, and logs nothing.
     /// @return as `load`
-    bool parse(QByteArray content);
+    bool parse(const QByteArray& content);
 
     /// Identification of the device that the firmware is for.
     std::uint16_t device = 0x0300;
@@ -38,9 +43,11 @@ public:
     BlockScanner scanner{image};
     /// Why `load` failed; empty after a success.
     QString errorText;
+    /// What is wrong with the Intel HEX text of the image.
+    IntelHexFaults hexFaults;
 
 private:
     void takeHeader(const QJsonObject& header);
-    bool decryptImage(QByteArray cipherText);
+    bool decryptImage(const QByteArray& cipherText);
     bool fail(const QString& reason);
 };

@@ -1,37 +1,19 @@
+#include "firmware/IntelHexFault.h"
 #include "firmware/MemoryImage.h"
 
 #include <QByteArray>
-#include <QByteArrayView>
 #include <QIODevice>
 #include <QMessageLogger>
 
 #include <numeric>
-#include <span>
-#include <vector>
 
 namespace
 {
 
-constexpr std::uint8_t noDigit = 0xFF;
-
-constexpr std::array<std::uint8_t, 256> makeHexValues()
-{
-    std::array<std::uint8_t, 256> values{};
-    values.fill(noDigit);
-    for (std::uint8_t i = 0; i < 16; ++i) {
-        values[static_cast<std::uint8_t>("0123456789abcdef"[i])] = i;
-        values[static_cast<std::uint8_t>("0123456789ABCDEF"[i])] = i;
-    }
-    return values;
-}
-
-/// The value of each character as a hexadecimal digit; `noDigit` for one that is none.
-constexpr std::array<std::uint8_t, 256> hexValues = makeHexValues();
-
 /// Bytes of a record besides its data: the count, two of the offset, the type, the checksum.
-constexpr std::size_t recordOverhead = 5;
+constexpr int recordOverhead = 5;
 
-enum class RecordType : std::uint8_t {
+enum RecordType : std::uint8_t {
     Data = 0x00,
     EndOfFile = 0x01,
     ExtendedSegmentAddress = 0x02,
@@ -43,114 +25,159 @@ enum class RecordType : std::uint8_t {
 class IntelHexReader
 {
 public:
-    explicit IntelHexReader(MemoryImage& memoryImage)
+    IntelHexReader(MemoryImage& memoryImage, IntelHexFaults& foundFaults)
         : image(memoryImage)
+        , faults(foundFaults)
     {
     }
 
     /// Takes the next line, with or without its line end.
-    /// @return false when the line is rejected, which the log then tells
-    bool takeLine(QByteArrayView line)
+    /// @return false when the line is rejected
+    bool takeLine(const QByteArray& line)
     {
         ++lineNumber;
         if (!line.startsWith(':')) {
-            QMessageLogger().critical("line:%.4d is not intel-hex", lineNumber);
-            return false;
+            return reject(IntelHexFault::NoRecord);
         }
-        const std::span<const std::uint8_t> record = decodeHex(line.sliced(1));
-        if (record.size() < recordOverhead || record.size() < recordOverhead + record[0]) {
-            QMessageLogger().critical("line:%.4d too short", lineNumber);
-            return false;
+        const QByteArray record = QByteArray::fromHex(line);
+        const auto* const bytes = reinterpret_cast<const std::uint8_t*>(record.constData());
+        if (record.size() < recordOverhead || record.size() < recordOverhead + bytes[0]) {
+            return reject(IntelHexFault::TooShort);
         }
-        if (std::accumulate(record.begin(), record.end(), 0U) % 0x100 != 0) {
-            QMessageLogger().critical("line:%.4d invalid checksum", lineNumber);
-            return false;
+        if (std::accumulate(bytes, bytes + record.size(), 0U) % 0x100 != 0) {
+            return reject(IntelHexFault::InvalidChecksum);
         }
-        act(record);
+        if (const auto surplus = static_cast<int>(record.size()) - recordOverhead - bytes[0]; surplus > 0) {
+            note(IntelHexFault::SurplusBytes, surplus);
+        }
+        if (endOfFileLine != 0 && endOfFileLine == lineNumber - 1) {
+            note(IntelHexFault::BehindEndOfFile);
+        }
+        act(bytes);
         return true;
     }
 
-private:
-    /// Decodes as `QByteArray::fromHex` does: pairs the digits from the end and passes over all other characters. A
-    /// single first digit makes a byte of its own. What comes back is valid until the next call.
-    std::span<const std::uint8_t> decodeHex(QByteArrayView text)
+    void finish()
     {
-        decoded.resize(static_cast<std::size_t>(text.size() + 1) / 2);
-        std::size_t begin = decoded.size();
-        bool lowDigit = true;
-        for (qsizetype i = text.size(); i > 0; --i) {
-            const std::uint8_t digit = hexValues[static_cast<std::uint8_t>(text[i - 1])];
-            if (digit == noDigit) {
-                continue;
-            }
-            if (lowDigit) {
-                decoded[--begin] = digit;
-            } else {
-                decoded[begin] = static_cast<std::uint8_t>(decoded[begin] | digit << 4);
-            }
-            lowDigit = !lowDigit;
+        if (endOfFileLine == 0) {
+            faults.push_back({IntelHexFault::NoEndOfFile});
         }
-        return std::span(decoded).subspan(begin);
     }
 
-    void act(std::span<const std::uint8_t> record)
+private:
+    /// @param record a whole record
+    void act(const std::uint8_t* record)
     {
         const std::uint8_t count = record[0];
-        const std::uint32_t offset = std::uint32_t{record[1]} << 8 | record[2];
         const std::uint8_t type = record[3];
-        const std::uint8_t* const bytes = record.data() + 4;
-        const bool isAddress = offset == 0 && count == 2;
-        const auto upperAddress = [bytes] { return std::uint32_t{bytes[0]} << 8 | bytes[1]; };
-        switch (RecordType{type}) {
-        case RecordType::Data:
-            image.insert(base + offset, bytes, count);
+        switch (type) {
+        case Data:
+            insert(base + word(record + 1), record + 4, count);
             break;
-        case RecordType::ExtendedSegmentAddress:
-            base = isAddress ? upperAddress() << 4 : base;
+        case EndOfFile:
+            endOfFileLine = lineNumber;
             break;
-        case RecordType::ExtendedLinearAddress:
-            base = isAddress ? upperAddress() << 16 : base;
+        case ExtendedSegmentAddress:
+        case ExtendedLinearAddress:
+            if (word(record + 1) == 0 && count == 2) {
+                base = word(record + 4) << (type == ExtendedSegmentAddress ? 4 : 16);
+            } else {
+                note(IntelHexFault::MalformedAddress);
+            }
             break;
-        case RecordType::EndOfFile:
-        case RecordType::StartSegmentAddress:
+        case StartSegmentAddress:
             break;
         default:
-            QMessageLogger().critical("line:%.4d unsupported type: 0x%.2X", lineNumber, int{type});
+            note(IntelHexFault::UnsupportedType, type);
             break;
         }
+    }
+
+    void insert(std::uint32_t address, const std::uint8_t* bytes, std::uint8_t count)
+    {
+        image.insert(address, bytes, count);
+        if (std::uint64_t{address} + count > std::uint64_t{1} << 32) {
+            note(IntelHexFault::CrossesTop);
+        }
+    }
+
+    /// The 16-bit number at `bytes`, high byte first.
+    static std::uint32_t word(const std::uint8_t* bytes) { return std::uint32_t{bytes[0]} << 8 | bytes[1]; }
+
+    void note(IntelHexFault::Kind kind, int value = 0) { faults.push_back({kind, lineNumber, value}); }
+
+    bool reject(IntelHexFault::Kind kind)
+    {
+        note(kind);
+        return false;
     }
 
     MemoryImage& image;
+    IntelHexFaults& faults;
     std::uint32_t base = 0;
     int lineNumber = 0;
-    std::vector<std::uint8_t> decoded;
+    /// The last end-of-file record; 0 if there was none.
+    int endOfFileLine = 0;
 };
+
+const char* formatOf(IntelHexFault::Kind kind)
+{
+    switch (kind) {
+    case IntelHexFault::NoRecord:
+        return "line:%.4d is not intel-hex";
+    case IntelHexFault::TooShort:
+        return "line:%.4d too short";
+    case IntelHexFault::InvalidChecksum:
+        return "line:%.4d invalid checksum";
+    case IntelHexFault::UnsupportedType:
+        return "line:%.4d unsupported type: 0x%.2X";
+    case IntelHexFault::SurplusBytes:
+        return "line:%.4d holds %d bytes more than its count says";
+    case IntelHexFault::MalformedAddress:
+        return "line:%.4d extended address with a count other than 2 or an offset other than 0";
+    case IntelHexFault::CrossesTop:
+        return "line:%.4d runs beyond address 0xFFFFFFFF and on from address 0";
+    case IntelHexFault::BehindEndOfFile:
+        return "line:%.4d stands behind the end-of-file record, and is read all the same";
+    case IntelHexFault::NoEndOfFile:
+        break;
+    }
+    return "no end-of-file record: the file may be cut short";
+}
 
 } // namespace
 
-// The lines are cut out of large chunks, since QIODevice::readLine asks an unbuffered device for every single byte.
+QString IntelHexFault::text() const
+{
+    return QString::asprintf(formatOf(kind), line, value);
+}
+
+void logFaults(const IntelHexFaults& faults)
+{
+    for (const IntelHexFault& fault : faults) {
+        if (fault.kind <= IntelHexFault::InvalidChecksum || fault.kind == IntelHexFault::UnsupportedType) {
+            QMessageLogger().critical("%s", qPrintable(fault.text()));
+        }
+    }
+}
+
 bool MemoryImage::readIntelHex(QIODevice& device)
 {
-    constexpr qint64 chunkLength = qint64{64} * 1024;
+    IntelHexFaults faults;
+    const bool accepted = readIntelHex(device, faults);
+    logFaults(faults);
+    return accepted;
+}
+
+bool MemoryImage::readIntelHex(QIODevice& device, IntelHexFaults& faults)
+{
     clear();
-    IntelHexReader reader(*this);
-    QByteArray text;
-    QByteArray chunk(chunkLength, Qt::Uninitialized);
-    qint64 received = 0;
-    while ((received = device.read(chunk.data(), chunkLength)) > 0) {
-        qsizetype searchFrom = text.size();
-        text.append(chunk.constData(), received);
-        qsizetype lineBegin = 0;
-        for (qsizetype lineEnd = 0; (lineEnd = text.indexOf('\n', searchFrom)) >= 0; searchFrom = lineBegin) {
-            if (!reader.takeLine(QByteArrayView(text).sliced(lineBegin, lineEnd - lineBegin))) {
-                return false;
-            }
-            lineBegin = lineEnd + 1;
+    IntelHexReader reader(*this, faults);
+    while (!device.atEnd()) {
+        if (!reader.takeLine(device.readLine())) {
+            return false;
         }
-        text.remove(0, lineBegin);
     }
-    if (received < 0 && !device.atEnd()) {
-        return false;
-    }
-    return text.isEmpty() || reader.takeLine(text);
+    reader.finish();
+    return true;
 }

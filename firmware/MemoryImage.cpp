@@ -6,7 +6,6 @@ namespace
 {
 
 constexpr std::size_t lineLength = std::tuple_size_v<MemoryLine>;
-constexpr std::uint64_t addressSpace = std::uint64_t{1} << 32;
 
 MemoryLine unusedLine()
 {
@@ -24,7 +23,6 @@ void MemoryImage::clear()
 
 void MemoryImage::insert(std::uint32_t address, const std::uint8_t* bytes, std::size_t count)
 {
-    count = static_cast<std::size_t>(std::min<std::uint64_t>(count, addressSpace - address));
     while (count > 0) {
         const std::size_t offset = address % lineLength;
         const std::size_t length = std::min(lineLength - offset, count);

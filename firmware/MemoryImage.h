@@ -1,5 +1,7 @@
 #pragma once
 
+#include "firmware/IntelHexFault.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +31,7 @@ public:
     void clear();
 
     /// Writes `count` bytes from `address` on; bytes written earlier are overwritten. The address is computed in 32
-    /// bits, and what would lie behind 0xFFFFFFFF is left out.
+    /// bits: behind 0xFFFFFFFF follows 0.
     void insert(std::uint32_t address, const std::uint8_t* bytes, std::size_t count);
 
     /// The lines that the image holds, from the first byte of the lowest to the last byte of the highest; both 0 for an
@@ -39,10 +41,13 @@ public:
     /// The lowest address above `limit` whose byte is not 0xFF; nothing if there is none.
     std::optional<std::uint32_t> firstDataAbove(std::uint32_t limit) const;
 
-    /// Replaces the content with the data records of an Intel HEX text. `device` is open for reading. What is wrong
-    /// with a line goes to Qt's log at critical level.
+    /// Replaces the content with the data records of an Intel HEX text. `device` is open for reading. A line that is
+    /// rejected, and a record of unknown type, go to Qt's log at critical level.
     /// @return false when a line was rejected; the lines read so far then stay.
     bool readIntelHex(QIODevice& device);
+
+    /// The same, but logs nothing and appends to `faults` all that is wrong with the text.
+    bool readIntelHex(QIODevice& device, IntelHexFaults& faults);
 
     /// The lines in address order, by line index (address / 16).
     const Lines& lines() const { return content; }

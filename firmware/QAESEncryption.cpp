@@ -3,22 +3,59 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <bit>
 #include <functional>
-#include <span>
-#include <utility>
-#include <vector>
 
 namespace
 {
 
-/// Round keys as columns (row 0 in the low byte), in the order in which a block transform adds them.
-using KeySchedule = std::vector<std::uint32_t>;
+using ByteTable = std::array<std::uint8_t, 256>;
 
-constexpr std::size_t columns = 4;
+/// A column of the state, row 0 in the low byte.
+using Column = std::uint32_t;
+using Columns = std::array<Column, 4>;
+using MixTable = std::array<Column, 256>;
 
-constexpr std::uint8_t row(std::uint32_t column, std::size_t index)
+constexpr std::uint8_t row(Column column, int index)
 {
     return static_cast<std::uint8_t>(column >> 8 * index);
+}
+
+/// The product of two elements of GF(2^8) (FIPS 197, section 4.2).
+constexpr std::uint8_t multiply(unsigned a, unsigned b)
+{
+    unsigned product = 0;
+    for (; b != 0; b >>= 1) {
+        product ^= b & 1 ? a : 0;
+        a = a & 0x80 ? (a << 1) ^ 0x11B : a << 1;
+    }
+    return static_cast<std::uint8_t>(product);
+}
+
+/// The S-box (FIPS 197, section 5.1.1): the inverse in GF(2^8), then the affine transformation.
+constexpr ByteTable substitution()
+{
+    constexpr unsigned generator = 0x03;
+    constexpr unsigned generatorInverse = 0xF6;
+    ByteTable table{0x63};
+    std::uint8_t element = 1;
+    std::uint8_t inverse = 1;
+    do {
+        table[element] = static_cast<std::uint8_t>(inverse ^ std::rotl(inverse, 1) ^ std::rotl(inverse, 2) ^
+                                                   std::rotl(inverse, 3) ^ std::rotl(inverse, 4) ^ 0x63);
+        element = multiply(element, generator);
+        inverse = multiply(inverse, generatorInverse);
+    } while (element != 1);
+    return table;
+}
+
+constexpr ByteTable inverseOf(const ByteTable& table)
+{
+    ByteTable result{};
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        result[table[i]] = static_cast<std::uint8_t>(i);
+    }
+    return result;
 }
 
 int keyWords(int level)
@@ -33,64 +70,69 @@ int keyWords(int level)
     }
 }
 
-std::uint32_t loadColumn(const void* bytes)
+/// What the byte in row 0 of a column contributes to the column in MixColumns or InvMixColumns (FIPS 197,
+/// sections 5.1.3 and 5.3.3), where `factors` are the first column of the matrix. The other rows contribute the same,
+/// rotated.
+constexpr MixTable makeMixTable(const std::array<unsigned, 4>& factors)
 {
-    return qFromLittleEndian<quint32>(bytes);
-}
-
-KeySchedule keySchedule(const QByteArray& expandedKey)
-{
-    KeySchedule schedule;
-    for (qsizetype i = 0; i < expandedKey.size(); i += 4) {
-        schedule.push_back(loadColumn(expandedKey.constData() + i));
-    }
-    return schedule;
-}
-
-/// One direction of the block transform. A round is three steps on the columns of the state, all done by looking up:
-/// the rows are shifted, the bytes substituted, the columns mixed; the last round does not mix.
-///
-/// `shift` tells by how many columns to the right of its place a byte of row 1 comes from (twice and three times that
-/// in the rows 2 and 3): 1 for ShiftRows, 3 for InvShiftRows.
-template <std::size_t shift>
-void transformBlock(std::span<char, 16> block, const KeySchedule& schedule, const aes::ColumnTables& mixed,
-    const aes::ByteTable& substituted)
-{
-    const std::uint32_t* key = schedule.data();
-    const std::uint32_t* const lastKey = key + schedule.size() - columns;
-    std::array<std::uint32_t, columns> state{};
-    for (std::size_t c = 0; c < columns; ++c) {
-        state[c] = loadColumn(&block[4 * c]) ^ key[c];
-    }
-    const auto shifted = [&state](std::size_t c, std::size_t r) { return row(state[(c + shift * r) % columns], r); };
-    for (key += columns; key != lastKey; key += columns) {
-        std::array<std::uint32_t, columns> next{};
-        for (std::size_t c = 0; c < columns; ++c) {
-            next[c] = mixed[0][shifted(c, 0)] ^ mixed[1][shifted(c, 1)] ^ mixed[2][shifted(c, 2)] ^
-                      mixed[3][shifted(c, 3)] ^ key[c];
+    MixTable table{};
+    for (unsigned byte = 0; byte < table.size(); ++byte) {
+        for (std::size_t row = 0; row < factors.size(); ++row) {
+            table[byte] |= Column{multiply(byte, factors[row])} << 8 * row;
         }
-        state = next;
     }
-    for (std::size_t c = 0; c < columns; ++c) {
-        const std::uint32_t column =
-            std::uint32_t{substituted[shifted(c, 0)]} | std::uint32_t{substituted[shifted(c, 1)]} << 8 |
-            std::uint32_t{substituted[shifted(c, 2)]} << 16 | std::uint32_t{substituted[shifted(c, 3)]} << 24;
-        qToLittleEndian<quint32>(column ^ key[c], &block[4 * c]);
+    return table;
+}
+
+/// The 16 bytes at `offset` as columns.
+Columns columnsAt(const QByteArray& bytes, qsizetype offset)
+{
+    Columns columns{};
+    qFromLittleEndian<Column>(bytes.constData() + offset, columns.size(), columns.data());
+    return columns;
+}
+
+// The steps of a round, on the columns of the state. With the inverse S-box, `step` 3 and the factors of InvMixColumns
+// they are the inverse ones.
+
+void addRoundKey(Columns& columns, const QByteArray& expandedKey, int round)
+{
+    const Columns roundKey = columnsAt(expandedKey, qsizetype{round} * 16);
+    std::transform(columns.begin(), columns.end(), roundKey.begin(), columns.begin(), std::bit_xor<Column>());
+}
+
+void substituteBytes(Columns& columns, const ByteTable& box)
+{
+    for (Column& column : columns) {
+        column = Column{box[row(column, 0)]} | Column{box[row(column, 1)]} << 8 | Column{box[row(column, 2)]} << 16 |
+                 Column{box[row(column, 3)]} << 24;
     }
 }
 
-/// `transformBlock` on each block of `text`, in place; `text` has a whole number of them.
-template <std::size_t shift>
-void transformBlocks(
-    QByteArray& text, const KeySchedule& schedule, const aes::ColumnTables& mixed, const aes::ByteTable& substituted)
+/// The byte in row r of a column comes from `step` times r columns to the right, going round.
+void shiftRows(Columns& columns, std::size_t step)
 {
-    char* const end = text.data() + text.size();
-    for (char* block = text.data(); block != end; block += 16) {
-        transformBlock<shift>(std::span<char, 16>(block, 16), schedule, mixed, substituted);
+    const Columns old = columns;
+    for (std::size_t i = 0; i < old.size(); ++i) {
+        columns[i] = (old[i] & 0xFF) | (old[(i + step) % 4] & 0xFF00) | (old[(i + 2 * step) % 4] & 0xFF0000) |
+                     (old[(i + 3 * step) % 4] & 0xFF000000);
+    }
+}
+
+void mixColumns(Columns& columns, const MixTable& table)
+{
+    for (Column& column : columns) {
+        column = table[row(column, 0)] ^ std::rotl(table[row(column, 1)], 8) ^ std::rotl(table[row(column, 2)], 16) ^
+                 std::rotl(table[row(column, 3)], 24);
     }
 }
 
 } // namespace
+
+constexpr ByteTable QAESEncryption::sbox = substitution();
+constexpr ByteTable QAESEncryption::rsbox = inverseOf(sbox);
+constexpr std::array<std::uint8_t, 14> QAESEncryption::rcon = {
+    0x8D, 0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40, 0x80, 0x1B, 0x36, 0x6C, 0xD8, 0xAB};
 
 QAESEncryption::QAESEncryption(Level keyLevel, Mode blockMode, Padding paddingForm)
     : level(keyLevel)
@@ -101,24 +143,47 @@ QAESEncryption::QAESEncryption(Level keyLevel, Mode blockMode, Padding paddingFo
 {
 }
 
-QByteArray QAESEncryption::decode(QByteArray rawText, const QByteArray& key, const QByteArray& iv)
+QByteArray QAESEncryption::decode(const QByteArray& rawText, const QByteArray& key, const QByteArray& iv)
 {
     if (mode != Ecb && iv.size() != blockLength) {
         return {};
     }
     const QByteArray expandedKey = expandKey(key);
+    const auto blockAt = [this, &rawText](qsizetype at) { return rawText.mid(at, blockLength); };
+    const qsizetype wholeBlocks = rawText.size() - rawText.size() % blockLength;
+    QByteArray result;
+    result.reserve(rawText.size());
+    QByteArray chain = iv;
     switch (mode) {
     case Ecb:
-        return invCipher(expandedKey, std::move(rawText));
+        for (qsizetype at = 0; at < wholeBlocks; at += blockLength) {
+            result += invCipher(expandedKey, blockAt(at));
+        }
+        break;
     case Cbc:
-        return xorBytes(invCipher(expandedKey, rawText), iv + rawText);
+        for (qsizetype at = 0; at < wholeBlocks; at += blockLength) {
+            result += xorBytes(invCipher(expandedKey, blockAt(at)), chain);
+            chain = blockAt(at);
+        }
+        break;
     case Cfb:
-        return xorBytes(cipher(expandedKey, iv + rawText), rawText);
-    case Ofb:
-        return xorBytes(keyStream(expandedKey, iv, rawText.size()), rawText);
-    default:
-        return {};
+        for (qsizetype at = 0; at < rawText.size(); at += blockLength) {
+            result += xorBytes(blockAt(at), cipher(expandedKey, chain));
+            chain = blockAt(at);
+        }
+        break;
+    case Ofb: {
+        QByteArray stream = cipher(expandedKey, iv);
+        while (stream.size() < rawText.size()) {
+            stream += cipher(expandedKey, stream.last(blockLength));
+        }
+        result = xorBytes(stream, rawText);
+        break;
     }
+    default:
+        break;
+    }
+    return result;
 }
 
 QByteArray QAESEncryption::removePadding(QByteArray rawText) const
@@ -173,46 +238,48 @@ QByteArray QAESEncryption::expandKey(const QByteArray& key) const
     return expanded;
 }
 
-/// Cipher of FIPS 197, section 5.1, on each whole block of a text.
-QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, QByteArray blocks)
+/// Cipher of FIPS 197, section 5.1.
+QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, const QByteArray& block)
 {
-    static constexpr aes::ColumnTables mixed = aes::columnTables(sbox, {0x02, 0x01, 0x01, 0x03});
-    blocks.chop(blocks.size() % blockLength);
-    state = &blocks;
-    transformBlocks<1>(*state, keySchedule(expandedKey), mixed, sbox);
+    static constexpr MixTable mixTable = makeMixTable({0x02, 0x01, 0x01, 0x03});
+    QByteArray result = block;
+    state = &result;
+    Columns columns = columnsAt(*state, 0);
+    addRoundKey(columns, expandedKey, 0);
+    for (int round = 1; round < nr; ++round) {
+        substituteBytes(columns, sbox);
+        shiftRows(columns, 1);
+        mixColumns(columns, mixTable);
+        addRoundKey(columns, expandedKey, round);
+    }
+    substituteBytes(columns, sbox);
+    shiftRows(columns, 1);
+    addRoundKey(columns, expandedKey, nr);
+    qToLittleEndian<Column>(columns.data(), columns.size(), state->data());
     state = nullptr;
-    return blocks;
+    return result;
 }
 
-/// InvCipher of FIPS 197, section 5.3, on each whole block of a text. The round keys pass InvMixColumns beforehand, so
-/// that a round can look up substituted and mixed bytes in one step ("equivalent inverse cipher", section 5.3.5).
-QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, QByteArray blocks)
+/// InvCipher of FIPS 197, section 5.3.
+QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, const QByteArray& block)
 {
-    static constexpr aes::ColumnTables mixed = aes::columnTables(rsbox, {0x0E, 0x09, 0x0D, 0x0B});
-    const auto invMixColumns = [](std::uint32_t column) {
-        return mixed[0][sbox[row(column, 0)]] ^ mixed[1][sbox[row(column, 1)]] ^ mixed[2][sbox[row(column, 2)]] ^
-               mixed[3][sbox[row(column, 3)]];
-    };
-    KeySchedule schedule = keySchedule(expandedKey);
-    std::transform(schedule.begin() + nb, schedule.end() - nb, schedule.begin() + nb, invMixColumns);
-    for (auto front = schedule.begin(), back = schedule.end() - nb; front < back; front += nb, back -= nb) {
-        std::swap_ranges(front, front + nb, back);
+    static constexpr MixTable inverseMixTable = makeMixTable({0x0E, 0x09, 0x0D, 0x0B});
+    QByteArray result = block;
+    state = &result;
+    Columns columns = columnsAt(*state, 0);
+    addRoundKey(columns, expandedKey, nr);
+    for (int round = nr - 1; round > 0; --round) {
+        shiftRows(columns, 3);
+        substituteBytes(columns, rsbox);
+        addRoundKey(columns, expandedKey, round);
+        mixColumns(columns, inverseMixTable);
     }
-    blocks.chop(blocks.size() % blockLength);
-    state = &blocks;
-    transformBlocks<3>(*state, schedule, mixed, rsbox);
+    shiftRows(columns, 3);
+    substituteBytes(columns, rsbox);
+    addRoundKey(columns, expandedKey, 0);
+    qToLittleEndian<Column>(columns.data(), columns.size(), state->data());
     state = nullptr;
-    return blocks;
-}
-
-/// The output blocks of OFB: `iv` enciphered, and then each block made of the one before it.
-QByteArray QAESEncryption::keyStream(const QByteArray& expandedKey, const QByteArray& iv, qsizetype length)
-{
-    QByteArray stream;
-    for (QByteArray block = iv; stream.size() < length; stream += block) {
-        block = cipher(expandedKey, block);
-    }
-    return stream;
+    return result;
 }
 
 QByteArray QAESEncryption::xorBytes(const QByteArray& a, const QByteArray& b)

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "firmware/AesTables.h"
-
 #include <QByteArray>
 #include <QObject>
 
@@ -31,16 +29,15 @@ public:
     /// @param iv 16 bytes; not looked at in `Ecb`
     /// @return the plain text with its padding, as long as `rawText`, without its short last block in `Ecb` and `Cbc`;
     ///         empty when the mode needs an `iv` and that has another length
-    QByteArray decode(QByteArray rawText, const QByteArray& key, const QByteArray& iv);
+    QByteArray decode(const QByteArray& rawText, const QByteArray& key, const QByteArray& iv);
 
     /// @return the text without its padding; a text whose end does not have the form of the padding comes back whole
     QByteArray removePadding(QByteArray rawText) const;
 
 private:
     QByteArray expandKey(const QByteArray& key) const;
-    QByteArray cipher(const QByteArray& expandedKey, QByteArray blocks);
-    QByteArray invCipher(const QByteArray& expandedKey, QByteArray blocks);
-    QByteArray keyStream(const QByteArray& expandedKey, const QByteArray& iv, qsizetype length);
+    QByteArray cipher(const QByteArray& expandedKey, const QByteArray& block);
+    QByteArray invCipher(const QByteArray& expandedKey, const QByteArray& block);
     static QByteArray xorBytes(const QByteArray& a, const QByteArray& b);
 
     int nb = 4;
@@ -52,7 +49,7 @@ private:
     int padding;
     /// What the block transforms work on, in place; null outside of them.
     QByteArray* state = nullptr;
-    static constexpr std::array<std::uint8_t, 256> sbox = aes::substitution();
-    static constexpr std::array<std::uint8_t, 256> rsbox = aes::inverseOf(sbox);
-    static constexpr std::array<std::uint8_t, 14> rcon = aes::roundConstants();
+    static const std::array<std::uint8_t, 256> sbox;
+    static const std::array<std::uint8_t, 256> rsbox;
+    static const std::array<std::uint8_t, 14> rcon;
 };

@@ -80,12 +80,12 @@ private Q_SLOTS:
             QByteArray model(0x500, '\xFF'); // what lies from `base` on
             for (int run = random.bounded(20); run > 0; --run) {
                 const auto offset = random.bounded(0x500U);
-                QByteArray bytes = randomBytes(random, random.bounded(run % 2 == 0 ? 8 : 700));
+                QByteArray bytes = randomBytes(random, random.bounded(run % 2 == 0 ? 8 : 700)).left(0x500 - offset);
                 const auto isUnused = [&](char) { return random.bounded(100) < unusedPercent; };
                 std::replace_if(bytes.begin(), bytes.end(), isUnused, '\xFF');
                 const auto* const begin = reinterpret_cast<const std::uint8_t*>(bytes.data());
                 image.insert(base + offset, begin, std::size_t(bytes.size()));
-                model.replace(offset, bytes.size(), bytes).truncate(0x100000000 - base);
+                model.replace(offset, bytes.size(), bytes);
             }
             BlockScanner scanner(image);
             const qsizetype maxLength = random.bounded(2) == 0 ? 512 : 4 + 2 * random.bounded(40);

@@ -76,9 +76,9 @@ private Q_SLOTS:
             QFile file(path);
             QVERIFY(!file.open(QIODevice::ReadOnly) && errorOf(path) == file.errorString());
         }
-        QVERIFY(QFile::resize(good, 100 * 1000 * 1000));
+        QVERIFY(QFile::resize(good, 16 << 20));
         QCOMPARE(errorOf(good), QString("garbage at the end of the document"));
-        QVERIFY(QFile::resize(good, qint64{1} << 30));
+        QVERIFY(QFile::resize(good, (16 << 20) + 1));
         QCOMPARE(errorOf(good), QString("File too large"));
 #ifdef Q_OS_LINUX
         QCOMPARE(mkfifo(qPrintable(folder.filePath("fifo")), 0600), 0);

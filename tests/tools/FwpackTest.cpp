@@ -34,11 +34,16 @@ private Q_SLOTS:
         const QString pack = "pack in out --device 0x1F2 --version 1.2 --target \"Ä --link -1 --baudrate 9600";
         row("segment, no end", pack, ":020000021000EC\n" + data, "0 .*no end-of-file.*data at 0x10000 lies");
         row("linear, no line end", pack, ":020000040001F9\n" + data + end.chopped(1), "0 .*data at 0x10000 lies");
-        row("late", pack, end + ":0400000500000000F7\n" + data, "0 fwpack: in.*:0002 uns.* 0x05\n.*:0002 stands");
+        row("late", pack, end + ":0400000500000000F7\n" + data, "0 fwpack: in.*:0002 stands.*:0002 uns.* 0x05\n");
         row("CRLF", pack, QString(data + end + "\n \n").replace("\n", "\r\n"), "0 .*: 2\n.*4 bytes in 1 block\n$");
         row("CR alone", pack, QString(data + end).replace('\n', '\r'), "1 .*line:0001 holds 5 bytes more");
         row("checksum", pack, data + ":00000001FE", "1 .*line:0002 invalid checksum");
         row("base with offset", pack, ":020001040001F8\n" + data, "1 .*line:0001 extended address");
+        row("across the top", pack, ":02000004FFFFFC\n:10FFF800FFFFFFFFFFFFFFFF4142434445464748DD\n" + data + end,
+            "1 .*line:0002 runs beyond address 0xFFFFFFFF");
+        row("many warnings", pack, QString(":00000005FB\n").repeated(1000) + data + end,
+            "0 ([^\n]*\n){20}.*980 further");
+        row("too large", pack, QString(":00000003FD\n").repeated(1 << 20) + data + end, "1 .*out: .*too large");
         row("no data", pack, ":02000000FFFF00\n" + end, "1 .*holds no data");
         row("device", "pack in out --device 0x10000", data, "2 .*0 to 65535, not \"0x10000\"\n.*Usage:");
 

@@ -1,6 +1,5 @@
 #include "tools/fwpack/FaultFinder.h"
 
-#include "firmware/Base64.h"
 #include "firmware/MemoryImage.h"
 #include "firmware/QAESEncryption.h"
 #include "tools/fwpack/HeaderReport.h"
@@ -114,7 +113,7 @@ QStringList imageFaults(const QJsonValue& image)
         return {"image: " + typeName(image) + ", not a string"};
     }
     const QString base64 = image.toString();
-    const QStringList faults = cipherTextFaults(decodeBase64(base64));
+    const QStringList faults = cipherTextFaults(QByteArray::fromBase64(base64.toLocal8Bit()));
     return faults.isEmpty() ? faults : faults + skippedCharacters(base64);
 }
 

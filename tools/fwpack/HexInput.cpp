@@ -2,11 +2,14 @@
 
 #include "firmware/BlockScanner.h"
 #include "firmware/BurnLimits.h"
-#include "tools/fwpack/LogCapture.h"
+#include "firmware/FirmwareFile.h"
 #include "tools/fwpack/Printable.h"
 
 #include <QBuffer>
 #include <QFile>
+
+#include <algorithm>
+#include <functional>
 
 namespace fwpack
 {
@@ -14,22 +17,8 @@ namespace fwpack
 namespace
 {
 
-constexpr qint64 mib = qint64{1024} * 1024;
-/// Far above any image that can be burned, and as firmware file still within what the program loads; keeps an endless
-/// input from filling the memory.
-constexpr qint64 maximumFileSize = 64 * mib;
-
-enum RecordType : std::uint8_t {
-    EndOfFile = 0x01,
-    ExtendedSegmentAddress = 0x02,
-    ExtendedLinearAddress = 0x04,
-};
-
-/// In the style of the reader's own messages.
-QString lineMessage(int number, const QString& text)
-{
-    return QString("line:%1 %2").arg(number, 4, 10, QChar('0')).arg(text);
-}
+/// So many warnings of single lines are printed; the others are counted.
+constexpr std::ptrdiff_t maxWarnings = 20;
 
 } // namespace
 
@@ -39,7 +28,7 @@ bool HexInput::load(const QString& path)
         return false;
     }
     normalise();
-    if (!readImage() || !checkRecords()) {
+    if (!readImage()) {
         return false;
     }
     if (BlockScanner scanner(image); !scanner.next(4)) {
@@ -55,12 +44,12 @@ bool HexInput::readFile(const QString& path)
     if (!file.open(QIODevice::ReadOnly)) {
         return fail(file.errorString());
     }
-    text = file.read(maximumFileSize + 1);
+    text = file.read(FirmwareFile::maxFileSize + 1);
     if (file.error() != QFileDevice::NoError) {
         return fail(file.errorString());
     }
-    if (text.size() > maximumFileSize) {
-        return fail(QString("is larger than %1 MiB").arg(maximumFileSize / mib));
+    if (text.size() > FirmwareFile::maxFileSize) {
+        return fail(QString("is larger than the %1 bytes of a firmware file").arg(FirmwareFile::maxFileSize));
     }
     return true;
 }
@@ -84,50 +73,22 @@ void HexInput::normalise()
 
 bool HexInput::readImage()
 {
-    const LogCapture log;
     QBuffer buffer(&text);
     buffer.open(QIODevice::ReadOnly);
-    const bool accepted = image.readIntelHex(buffer);
-    warnings += log.messages;
-    if (accepted) {
-        return true;
+    IntelHexFaults faults;
+    const bool accepted = image.readIntelHex(buffer, faults);
+    auto fatal = std::find_if(faults.begin(), faults.end(), std::mem_fn(&IntelHexFault::losesData));
+    if (fatal == faults.end() && !accepted) {
+        --fatal;
     }
-    return fail(warnings.isEmpty() ? "is not Intel HEX" : warnings.takeLast());
-}
-
-/// Looks for what the reader passes over in silence although it cannot be meant, in a text that it has accepted.
-bool HexInput::checkRecords()
-{
-    constexpr qsizetype recordOverhead = 5;
-    int number = 0;
-    int endOfFile = 0;
-    for (qsizetype start = 0; start < text.size();) {
-        const qsizetype end = text.indexOf('\n', start);
-        const QByteArray record =
-            QByteArray::fromHex(QByteArrayView(text).sliced(start + 1, end - start - 1).toByteArray());
-        start = end + 1;
-        ++number;
-
-        const auto byteAt = [&record](qsizetype i) { return static_cast<std::uint8_t>(record[i]); };
-        const qsizetype surplus = record.size() - recordOverhead - byteAt(0);
-        const bool placesBase = byteAt(3) == ExtendedSegmentAddress || byteAt(3) == ExtendedLinearAddress;
-        if (surplus > 0) {
-            return fail(lineMessage(number, QString("holds %1 bytes more than its count says").arg(surplus)));
-        }
-        if (placesBase && (byteAt(0) != 2 || byteAt(1) != 0 || byteAt(2) != 0)) {
-            return fail(lineMessage(number, "extended address with a count other than 2 or an offset other than 0"));
-        }
-        if (endOfFile == number - 1 && endOfFile > 0) {
-            warnings.append(lineMessage(number, "stands behind the end-of-file record, and is read all the same"));
-        }
-        if (byteAt(3) == EndOfFile) {
-            endOfFile = number;
-        }
+    const std::ptrdiff_t found = fatal - faults.begin();
+    for (std::ptrdiff_t i = 0; i < std::min(found, maxWarnings); ++i) {
+        warnings.append(faults[static_cast<std::size_t>(i)].text());
     }
-    if (endOfFile == 0) {
-        warnings.append("no end-of-file record: the file may be cut short");
+    if (found > maxWarnings) {
+        warnings.append(QString("%1 further warnings").arg(found - maxWarnings));
     }
-    return true;
+    return fatal == faults.end() || fail(fatal->text());
 }
 
 void HexInput::checkAddresses()

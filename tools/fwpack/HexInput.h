@@ -30,7 +30,6 @@ private:
     bool readFile(const QString& path);
     void normalise();
     bool readImage();
-    bool checkRecords();
     void checkAddresses();
     bool fail(const QString& reason);
 };

@@ -37,6 +37,11 @@ QString compare(const FirmwareFile& firmware, const PackageHeader& header, const
 /// @return what is wrong, or nothing.
 QString rehearse(const QByteArray& package, const PackageHeader& header, const MemoryImage& image)
 {
+    if (package.size() > FirmwareFile::maxFileSize) {
+        return QString("is too large: %1 bytes where a burn takes %2")
+            .arg(package.size())
+            .arg(FirmwareFile::maxFileSize);
+    }
     FirmwareFile firmware;
     return firmware.parse(package) ? compare(firmware, header, image) : firmware.errorText;
 }
