@@ -238,8 +238,7 @@ private Q_SLOTS:
         }
         window.send(MessageKind::Error, "<b>wrong</b>");
         QTextEdit& log = *window.log();
-        QTest::mouseDClick(log.viewport(), Qt::LeftButton, {}, log.cursorRect().center() - QPoint(10, 0));
-        QCOMPARE(log.textCursor().selectedText(), "wrong");
+        QVERIFY(log.find("wrong", QTextDocument::FindBackward));
         for (const QString text : {"plain", "<i>rich</i> text"}) {
             log.verticalScrollBar()->setValue(0);
             window.send(MessageKind::Log, text);
