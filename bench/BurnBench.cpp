@@ -1,7 +1,10 @@
-// Burns 52 KiB on a simulated device whose line takes the time of a real one, and prints one JSON line for each baud
-// rate: the time from the erase request to the reset request beside the time that the bytes between them take on the
-// line (10 bits a byte), and what tavimora-cli took of the processor and the memory over the whole burn. Usage:
-// BurnBench [BAUD ...], 57600 and 115200 if nothing is said
+// Burns 52 KiB with tavimora-cli on a simulated device on a paced line, and prints one JSON line for each baud rate:
+// the time from the erase request to the reset request, the time of the bytes between them on the line (10 bits a
+// byte), and the processor time and memory of tavimora-cli over the whole burn. Usage: BurnBench [BAUD ...], by default
+// 57600 and 115200
+
+#include "tests/support/IntelHex.h"
+#include "tools/fwpack/Package.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -14,6 +17,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <optional>
+#include <utility>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -24,30 +29,36 @@
 namespace
 {
 
-constexpr quint32 firstAddress = 0x3100;
+constexpr unsigned firstAddress = 0x3100;
 constexpr qsizetype imageSize = 0x10000 - firstAddress;
 constexpr double bitsPerByte = 10;
 
-struct Usage {
-    bool succeeded = false;
-    double cpuSeconds = 0;
-    long peakKiB = 0;
-};
+QByteArray firmwareFile(int baud)
+{
+    QByteArray image(imageSize, '\0');
+    QRandomGenerator generator(1);
+    for (char& byte : image) {
+        byte = static_cast<char>(generator.generate());
+    }
+    return fwpack::makePackage({0x0300, "1", "bench", baud, 0}, hexText(QList{std::pair(firstAddress, image)}));
+}
 
 double seconds(const timeval& time)
 {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-/// Runs tavimora-cli, whose log goes to a file, and waits for its end.
-Usage burn(const QByteArray& port, const QByteArray& file, const QByteArray& log)
+/// Runs tavimora-cli without its log and waits for its end.
+/// @return what it has used; nothing if the burn failed.
+std::optional<rusage> burn(const QString& port, const QString& firmware)
 {
-    QByteArray words[] = {TAVIMORA_CLI, "burn", "--port", port, "--timeout", "30", file};
+    QByteArray words[] = {
+        TAVIMORA_CLI, "burn", "--port", QFile::encodeName(port), "--timeout", "30", QFile::encodeName(firmware)};
     char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), words[4].data(),
         words[5].data(), words[6].data(), nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, log, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t child = 0;
     const int error = posix_spawn(&child, arguments[0], &actions, nullptr, arguments, environ);
     posix_spawn_file_actions_destroy(&actions);
@@ -58,7 +69,7 @@ Usage burn(const QByteArray& port, const QByteArray& file, const QByteArray& log
     rusage usage{};
     while (wait4(child, &status, 0, &usage) == -1 && errno == EINTR) {
     }
-    return {status == 0, seconds(usage.ru_utime) + seconds(usage.ru_stime), usage.ru_maxrss};
+    return status == 0 ? std::optional(usage) : std::nullopt;
 }
 
 struct LineTimes {
@@ -66,9 +77,9 @@ struct LineTimes {
     double lineSeconds = 0;
 };
 
-/// Out of the device's report: a request is 8 bytes, and the data that a write carries; a reply is one byte, or 8 and
-/// the data that a read asks for.
-LineTimes timesBetweenEraseAndReset(const QJsonArray& requests, double baud)
+/// From the device's report: a request is 8 bytes, and the data that a write carries; a reply is one byte, or 8 and the
+/// data that a read asks for.
+LineTimes timesBetweenEraseAndReset(const QJsonArray& requests, int baud)
 {
     double bytes = 0;
     double eraseMs = -1;
@@ -94,58 +105,38 @@ LineTimes timesBetweenEraseAndReset(const QJsonArray& requests, double baud)
     return {(resetMs - eraseMs) / 1e3, bytes * bitsPerByte / baud};
 }
 
-bool measure(const QString& baud)
+bool measure(int baud)
 {
     const QTemporaryDir folder;
-    const QString firmware = folder.filePath(QStringLiteral("firmware.txt"));
-    const QString port = folder.filePath(QStringLiteral("port"));
-    const QString report = folder.filePath(QStringLiteral("report"));
-    const QString image = folder.filePath(QStringLiteral("image"));
-    const QString hex = folder.filePath(QStringLiteral("image.hex"));
-
-    QByteArray bytes(imageSize, '\0');
-    QRandomGenerator generator(1);
-    for (char& byte : bytes) {
-        byte = static_cast<char>(generator.generate());
-    }
-    QFile file(image);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
+    const QString firmware = folder.filePath("firmware.txt");
+    const QString port = folder.filePath("port");
+    const QString report = folder.filePath("report");
+    QFile firmwareOutput(firmware);
+    if (!firmwareOutput.open(QIODevice::WriteOnly) || firmwareOutput.write(firmwareFile(baud)) <= 0) {
         return false;
     }
-    file.close();
-    const QStringList toHex = {
-        "-I", "binary", "-O", "ihex", "--change-addresses", QString::number(firstAddress), image, hex};
-    const QStringList pack = {
-        "pack", "--device", "0x0300", "--version", "1", "--target", "bench", "--baudrate", baud, hex, firmware};
-    if (QProcess::execute("objcopy", toHex) != 0 || QProcess::execute(FWPACK, pack) != 0) {
-        return false;
-    }
+    firmwareOutput.close();
 
     QProcess device;
-    device.start(DEVICESIM, {"--once", "--link", port, "--baud", baud, "--report", report});
+    device.start(DEVICESIM, {"--once", "--link", port, "--baud", QString::number(baud), "--report", report});
     if (!device.waitForReadyRead()) {
         return false;
     }
-    const Usage usage = burn(QFile::encodeName(port), QFile::encodeName(firmware),
-        QFile::encodeName(folder.filePath(QStringLiteral("log"))));
-    if (!usage.succeeded) {
+    const auto usage = burn(port, firmware);
+    if (!usage) {
         device.terminate();
-        device.waitForFinished();
-        return false;
     }
     device.waitForFinished();
-
     QFile reportFile(report);
-    if (!reportFile.open(QIODevice::ReadOnly)) {
+    if (!usage || !reportFile.open(QIODevice::ReadOnly)) {
         return false;
     }
-    const QJsonArray requests =
-        QJsonDocument::fromJson(reportFile.readAll()).object()[QLatin1String("lastRequests")].toArray();
-    const LineTimes times = timesBetweenEraseAndReset(requests, baud.toDouble());
-    std::printf("{\"baud\": %s, \"bytes\": %lld, \"seconds\": %.3f, \"line_seconds\": %.3f, \"ratio\": %.4f, "
+    const QJsonObject content = QJsonDocument::fromJson(reportFile.readAll()).object();
+    const LineTimes times = timesBetweenEraseAndReset(content["lastRequests"].toArray(), baud);
+    std::printf("{\"baud\": %d, \"bytes\": %lld, \"seconds\": %.3f, \"line_seconds\": %.3f, \"ratio\": %.4f, "
                 "\"cpu_seconds\": %.3f, \"peak_memory_kib\": %ld}\n",
-        qPrintable(baud), static_cast<long long>(imageSize), times.seconds, times.lineSeconds,
-        times.seconds / times.lineSeconds, usage.cpuSeconds, usage.peakKiB);
+        baud, static_cast<long long>(imageSize), times.seconds, times.lineSeconds, times.seconds / times.lineSeconds,
+        seconds(usage->ru_utime) + seconds(usage->ru_stime), usage->ru_maxrss);
     std::fflush(stdout);
     return true;
 }
@@ -160,7 +151,7 @@ int main(int argc, char* argv[])
         rates = {"57600", "115200"};
     }
     for (const QString& baud : std::as_const(rates)) {
-        if (!measure(baud)) {
+        if (!measure(baud.toInt())) {
             std::fprintf(stderr, "BurnBench: the burn at %s baud failed\n", qPrintable(baud));
             return 1;
         }

@@ -1,21 +1,26 @@
-// Blocks of 512 bytes to and from a simulated device on a paced line, against the time that their bytes take on it.
+// What the link costs beside the time of its bytes on the line, which is 10 bits a byte.
 //
-// Counters: `line` and `line_median`, time taken by time on the line (10 bits a byte, request and reply; 1 is the best
-// there is), over all exchanges and of the one in the middle, which a busy machine holds up less; `cpu_s_per_MB`,
-// processor time of the client's thread for a megabyte of blocks, the device left out; `failed`, the share of exchanges
-// that failed and are in the times all the same.
+// writeBlock, readBlock: a block of 512 bytes to or from a simulated device on a paced line. Counters:
+//   line          mean time of an exchange by the time of its bytes, request and reply, on the line; 1 is the optimum
+//   line_median   the same for the median, which a busy machine disturbs less
+//   cpu_s_per_MB  processor time of the client's thread for a megabyte of blocks; that of the device is left out
+//   failed        share of the exchanges that failed; their times count too
+//
+// waitForDevice: requests on a line where nobody answers, and on one that has hung up. Counter:
+//   cpu_s_per_min  processor time of a minute of waiting
 
 #include "bootloader/BootloaderClient.h"
 #include "tools/devicesim/DeviceSim.h"
+#include "tools/devicesim/PseudoTerminal.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <numeric>
 #include <vector>
 
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 
 namespace
 {
@@ -25,17 +30,26 @@ constexpr std::uint32_t blockAddress = 0x3100;
 constexpr std::size_t bareFrameSize = 8;
 constexpr double bitsPerByte = 10;
 
-double threadSeconds()
+/// Wall and processor time of the calling thread from construction on, in seconds.
+class Stopwatch
 {
-    rusage usage{};
-    getrusage(RUSAGE_THREAD, &usage);
-    const auto seconds = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
+public:
+    double wall() const { return now(CLOCK_MONOTONIC) - wallStart; }
+    double cpu() const { return now(CLOCK_THREAD_CPUTIME_ID) - cpuStart; }
 
-/// A busy machine can hold up the first answers.
+private:
+    static double now(clockid_t clock)
+    {
+        timespec time{};
+        clock_gettime(clock, &time);
+        return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+    }
+
+    double wallStart = now(CLOCK_MONOTONIC);
+    double cpuStart = now(CLOCK_THREAD_CPUTIME_ID);
+};
+
+/// A busy machine can delay the first answers beyond their limit.
 bool answers(BootloaderClient& client)
 {
     for (int attempt = 0; attempt < 20; ++attempt) {
@@ -46,9 +60,9 @@ bool answers(BootloaderClient& client)
     return false;
 }
 
-/// Makes one exchange an iteration on a line of the benchmark's argument in baud.
+/// Makes one exchange an iteration on a line of `state.range(0)` baud.
 /// @param bytesOnLine of one exchange, request and reply.
-/// @param exchange gives false when it failed.
+/// @param exchange returns false when it failed.
 template <typename Exchange>
 void run(benchmark::State& state, std::size_t bytesOnLine, Exchange exchange)
 {
@@ -62,13 +76,13 @@ void run(benchmark::State& state, std::size_t bytesOnLine, Exchange exchange)
     }
     double failed = 0;
     std::vector<double> seconds;
-    const double cpuBefore = threadSeconds();
+    const Stopwatch all;
     for ([[maybe_unused]] auto _ : state) {
-        const auto start = std::chrono::steady_clock::now();
+        const Stopwatch one;
         failed += exchange(client) ? 0 : 1;
-        seconds.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        seconds.push_back(one.wall());
     }
-    const double cpu = threadSeconds() - cpuBefore;
+    const double cpu = all.cpu();
 
     const auto exchanges = static_cast<double>(seconds.size());
     const double onLine = static_cast<double>(bytesOnLine) * bitsPerByte / config.baudRate;
@@ -93,13 +107,43 @@ void readBlock(benchmark::State& state)
         [](BootloaderClient& client) { return client.readBlock(blockAddress, blockSize).size() == blockSize; });
 }
 
+void waitForDevice(benchmark::State& state, bool hungUp)
+{
+    devicesim::PseudoTerminal line;
+    std::string error;
+    BootloaderClient client;
+    if (!line.open(error) || !client.open(line.path(), 57600)) {
+        state.SkipWithError("no line");
+        return;
+    }
+    if (hungUp) {
+        line.close();
+    }
+    const Stopwatch all;
+    for ([[maybe_unused]] auto _ : state) {
+        if (client.readVersion()) {
+            state.SkipWithError("an answer out of nothing");
+            return;
+        }
+    }
+    state.counters["cpu_s_per_min"] = 60 * all.cpu() / all.wall();
+}
+
 void rates(benchmark::internal::Benchmark* bench)
 {
     bench->ArgName("baud")->Arg(57600)->Arg(115200)->Arg(921600)->UseRealTime()->Unit(benchmark::kMillisecond);
 }
 
-} // namespace
+void waiting(benchmark::internal::Benchmark* bench)
+{
+    bench->Iterations(50)->UseRealTime()->Unit(benchmark::kMillisecond);
+}
 
 BENCHMARK(writeBlock)->Apply(rates);
 BENCHMARK(readBlock)->Apply(rates);
+BENCHMARK_CAPTURE(waitForDevice, silent, false)->Apply(waiting);
+BENCHMARK_CAPTURE(waitForDevice, hungUp, true)->Apply(waiting);
+
+} // namespace
+
 BENCHMARK_MAIN();

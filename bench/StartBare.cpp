@@ -1,7 +1,8 @@
-// A bare dialog with a text field and a button, for bench/compare-start to measure. Usage: StartBare NANOSECONDS
+// The start of a bare dialog with a text field and a button, for comparison with StartTavimora.
 
 #include "bench/FirstPaint.h"
 
+#include <QApplication>
 #include <QDialog>
 #include <QPushButton>
 #include <QTextEdit>
@@ -15,7 +16,7 @@ int main(int argc, char* argv[])
     auto* layout = new QVBoxLayout(&dialog);
     layout->addWidget(new QTextEdit);
     layout->addWidget(new QPushButton(QStringLiteral("Button")));
-    const FirstPaint probe(dialog, QApplication::arguments().value(1).toLongLong());
+    const FirstPaint firstPaint(dialog);
     dialog.show();
     return QApplication::exec();
 }

@@ -1,14 +1,15 @@
-// The window of the program as its main function makes it, for bench/compare-start to measure.
-// Usage: StartTavimora NANOSECONDS
+// The start of the program's window up to its first paint.
 
 #include "app/MainDialog.h"
 #include "bench/FirstPaint.h"
+
+#include <QApplication>
 
 int main(int argc, char* argv[])
 {
     const QApplication application(argc, argv);
     MainDialog dialog;
-    const FirstPaint probe(dialog, QApplication::arguments().value(1).toLongLong());
+    const FirstPaint firstPaint(dialog);
     dialog.show();
     return QApplication::exec();
 }

@@ -18,10 +18,14 @@ template <typename Image>
 QByteArray hexText(const Image& image)
 {
     QByteArray text;
+    unsigned base = 0;
     for (const auto& [address, data] : image) {
         for (qsizetype at = 0; at < data.size(); at += 16) {
             const auto from = address + static_cast<unsigned>(at);
-            text += hexRecord(4, 0, QByteArray(1, char(from >> 24)) + char(from >> 16));
+            if (from >> 16 != base) {
+                base = from >> 16;
+                text += hexRecord(4, 0, QByteArray(1, char(base >> 8)) + char(base));
+            }
             text += hexRecord(0, from & 0xFFFF, data.mid(at, 16));
         }
     }
