@@ -2,8 +2,7 @@
 
 #include "burn/BurnMessageEvent.h"
 #include "burn/BurnProgressEvent.h"
-#include "cli/Terminal.h"
-#include "support/CommandLine.h"
+#include "support/Printable.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -20,7 +19,7 @@ constexpr QLatin1String commandName("tavimora-cli burn");
 /// A line of the log without the worker's markup.
 QString plainText(QString text)
 {
-    return printable(text.remove(QStringLiteral("<b>")).remove(QStringLiteral("</b>"))).trimmed();
+    return printable(text.remove(QStringLiteral("<b>")).remove(QStringLiteral("</b>")).trimmed());
 }
 
 } // namespace

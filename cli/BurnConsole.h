@@ -1,9 +1,9 @@
 #pragma once
 
 #include "burn/BurnThread.h"
-#include "cli/ProgressBar.h"
 #include "cli/StopSignal.h"
-#include "support/ExitStatus.h"
+#include "cli/Terminal.h"
+#include "support/CommandLine.h"
 
 #include <QObject>
 #include <QString>

@@ -3,6 +3,7 @@
 #include "cli/Commands.h"
 #include "cli/Terminal.h"
 #include "serial/PortEnumerator.h"
+#include "support/Printable.h"
 
 #include <QString>
 #include <QStringList>

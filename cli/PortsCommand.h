@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/ExitStatus.h"
+#include "support/CommandLine.h"
 
 #include <QTextStream>
 

@@ -3,8 +3,8 @@
 #include <functional>
 #include <memory>
 
-/// Watches for the wish of the user or the system that the program ends: SIGINT, SIGTERM and, unless the program was
-/// started with it ignored, SIGHUP on POSIX, the console's control events on Windows. One object at a time.
+/// Reports termination requests: SIGINT, SIGTERM, and SIGHUP unless it was ignored at start; on Windows the console's
+/// control events. One object at a time.
 class StopSignal
 {
 public:
@@ -13,11 +13,11 @@ public:
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
 
-    /// Gives the signals back to who had them before.
+    /// Restores the handlers that were there before.
     ~StopSignal();
 
-    /// Runs `onStop` now if a signal has come. For whoever is handed events without end, behind which the event loop
-    /// does not come round to the signal.
+    /// Runs `onStop` now if a signal has come. To be called by handlers of events that may come in endless number: the
+    /// event loop delivers those before it looks for signals.
     void check();
 
 private:

@@ -1,4 +1,5 @@
 #include "cli/StopSignal.h"
+#include "support/FileDescriptor.h"
 
 #include <QSocketNotifier>
 
@@ -33,11 +34,14 @@ struct StopSignal::Watch {
     explicit Watch(std::function<void()> onStop)
         : handler(std::move(onStop))
     {
+        std::array<int, 2> ends{-1, -1};
         if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
             return;
         }
-        wakeUpEnd = ends[1];
-        notifier = std::make_unique<QSocketNotifier>(ends[0], QSocketNotifier::Read);
+        readEnd = FileDescriptor(ends[0]);
+        writeEnd = FileDescriptor(ends[1]);
+        wakeUpEnd = writeEnd.get();
+        notifier = std::make_unique<QSocketNotifier>(readEnd.get(), QSocketNotifier::Read);
         QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [this] { check(); });
         struct sigaction action = {};
         action.sa_handler = onSignal;
@@ -67,21 +71,19 @@ struct StopSignal::Watch {
         }
         sigaction(SIGPIPE, &earlierPipe, nullptr);
         wakeUpEnd = -1;
-        notifier.reset();
-        ::close(ends[0]);
-        ::close(ends[1]);
     }
 
     void check()
     {
         std::array<char, 16> bytes{};
-        if (read(ends[0], bytes.data(), bytes.size()) > 0) {
+        if (read(readEnd.get(), bytes.data(), bytes.size()) > 0) {
             handler();
         }
     }
 
     std::function<void()> handler;
-    std::array<int, 2> ends{-1, -1};
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
     std::unique_ptr<QSocketNotifier> notifier;
     std::array<struct sigaction, stopSignals.size()> earlier{};
     struct sigaction earlierPipe = {};

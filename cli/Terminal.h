@@ -4,17 +4,36 @@
 
 #include <cstdio>
 
-/// @return whether somebody sees at once what is written to the stream.
+/// @return whether the stream leads to a terminal.
 bool isTerminal(std::FILE* stream);
 
-/// @return the columns of the terminal that the stream leads to; 80 when it does not tell.
-int terminalColumns(std::FILE* stream);
+/// A progress bar in the last line of a terminal, written to standard error. Silent unless that is a terminal.
+class ProgressBar
+{
+public:
+    ProgressBar();
+    ProgressBar(const ProgressBar&) = delete;
+    ProgressBar& operator=(const ProgressBar&) = delete;
 
-/// Puts the null device in the place of each standard stream that the caller of this program has closed. Otherwise the
-/// next thing to be opened, the serial port too, would get its number and all that is printed there. To be called
-/// before anything is opened.
-void openStandardStreams();
+    /// Takes the bar off the screen.
+    ~ProgressBar();
 
-/// The text on one line, without anything that a terminal or a reader of columns would take for a command: what devices
-/// and files say of themselves is theirs to choose.
-QString printable(QString text);
+    /// What the bar stands for; an empty text takes it off the screen.
+    void setLabel(const QString& text);
+    void setMinimum(int bound);
+    void setMaximum(int bound);
+    void setValue(int position);
+
+    /// Frees the line, so that other text can be written there; the next change draws the bar again below it.
+    void clear();
+
+private:
+    void draw();
+
+    const bool terminal;
+    QString label;
+    int minimum = 0;
+    int maximum = 1;
+    int value = 0;
+    QString shown;
+};

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "support/ExitStatus.h"
-
 #include <QCommandLineParser>
 #include <QString>
 #include <QStringList>
@@ -11,6 +9,16 @@
 #include <limits>
 #include <optional>
 #include <span>
+
+/// What the console programs report to the shell.
+enum class ExitStatus : int {
+    Success = 0,
+    Failure = 1,
+    Usage = 2,
+    NoDevice = 3,
+    /// 128 and the number of SIGINT, as shells report it.
+    Stopped = 130,
+};
 
 /// Options and arguments of one command of a console program.
 ///

@@ -62,7 +62,7 @@ device;usbip/1;SUBSYSTEM=usbip
 tty;usbip/1;ttyUSB1;ID_BUS=usb|ID_MODEL_ENC=50\x25\x20Gr\xc3\xbcn\x1b[2J\xZZ \x4|ID_MODEL_ID=7523|ID_VENDOR_ENC=A\x09B
 =
 /dev/ttyUSB0|Grüner 100% %1 usb-Stick|Müller & Söhne||
-/dev/ttyUSB1|50% Grün [2J\xZZ \x4, USB|A B||0000:7523)";
+/dev/ttyUSB1|50% Grün\u{001b}[2J\xZZ \x4, USB|A\u{0009}B||0000:7523)";
         QTest::newRow("UARTs, most of them placeholders; one does not show its type") <<
             R"(device;platform/serial8250;SUBSYSTEM=platform|driver=../../../bus/platform/drivers/serial8250
 tty;platform/serial8250;ttyS6

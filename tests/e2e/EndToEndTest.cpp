@@ -1,0 +1,374 @@
+#include "tests/support/IntelHex.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+constexpr int memorySize = 0x10000;
+constexpr int startLimitMs = 60000;
+constexpr int burnLimitMs = 180000;
+constexpr int stopDelayMs = 700;
+constexpr int stopLimitMs = 5000;
+constexpr int fastBaudRate = 4000000;
+constexpr std::size_t burnsAtOnce = 8;
+
+/// Bytes of a device's memory by their address.
+using Image = std::map<quint32, QByteArray>;
+
+QByteArray someBytes(int count, quint32 seed)
+{
+    QRandomGenerator generator(seed);
+    QByteArray bytes(count, '\0');
+    for (char& byte : bytes) {
+        byte = static_cast<char>(generator.generate());
+    }
+    return bytes;
+}
+
+/// A hundred pieces of different lengths, with 1 to 600 unused bytes between them.
+Image imageWithHoles()
+{
+    Image image;
+    for (quint32 i = 0; i < 100; ++i) {
+        image[0x1100 + 601 * i] = someBytes(static_cast<int>(1 + 37 * i % 600), i);
+    }
+    return image;
+}
+
+const Image oneBlock{{0x3100, someBytes(512, 1)}};
+const Image someBlocks{{0x3100, someBytes(3000, 4)}, {0x8001, someBytes(701, 5)}};
+
+/// A burn of tavimora-cli on a simulated device whose memory is all 0, and what comes of it.
+struct BurnCase {
+    const char* name = "";
+    Image image = oneBlock;
+    /// Of a line that takes the time of its bytes; 0 for one that takes next to none.
+    int baudRate = 0;
+    bool echo = false;
+    QStringList faults = {};
+    QStringList deviceOptions = {};
+    QStringList burnOptions = {};
+    /// The burn gets a SIGTERM some time after a line of the log that begins so, and ends with status 130.
+    QString stopAfter = {};
+    /// Of a burn that is not stopped; nothing where the faults decide whether it succeeds or fails.
+    std::optional<int> exitStatus = 0;
+    /// Lines of the log, in this order.
+    QStringList log = {};
+    /// The reason of a failure on standard error.
+    QString error = {};
+    /// What the same firmware file holds for a second burn on the same device; empty if there is none.
+    Image nextImage = {};
+};
+
+const QString success = "Verification successful";
+const QString outOfReach = "Can't open input file. Data at address 0x10000 is out of reach of the bootloader";
+const QString oneBadBlock = "Verification failed: 1 of 4 blocks differ";
+const QString notBlank = "Found bad memory block 03100:200";
+
+const std::vector<BurnCase> burnCases = {
+    {.name = "empty image", .image = {}, .log = {"Erase successful", success, "Complete"}},
+    {.name = "one block", .log = {"Found device bootloader: v1.1.2", "Existing firmware: v2.2.3", success}},
+    {.name = "52 KiB", .image = {{0x3100, someBytes(0x10000 - 0x3100, 2)}}},
+    {.name = "holes", .image = imageWithHoles(), .deviceOptions = {"--erase-time", "1200", "--write-time", "5"}},
+    {.name = "9600 baud", .baudRate = 9600},
+    {.name = "115200 baud", .image = someBlocks, .baudRate = 115200},
+    {.name = "echo", .image = someBlocks, .baudRate = 115200, .echo = true},
+    {.name = "late device", .faults = {"late-start:4000"}},
+    {.name = "no device",
+        .faults = {"late-start:600000"},
+        .burnOptions = {"--timeout", "2"},
+        .exitStatus = 3,
+        .error = "No device has answered within 2 s"},
+    {.name = "wrong device",
+        .deviceOptions = {"--device-id", "0x0400"},
+        .exitStatus = 1,
+        .log = {"Device is not support", "Complete"},
+        .error = "Device is not support"},
+    {.name = "above 0xFFFF",
+        .image = {{0xFFF8, someBytes(16, 6)}},
+        .exitStatus = 1,
+        .log = {outOfReach},
+        .error = outOfReach},
+    {.name = "failed blank check", .faults = {"dirty-blank"}, .log = {notBlank, success}},
+    {.name = "bit that never clears",
+        .image = {{0x3100, QByteArray(2048, '\0')}},
+        .faults = {"stuck-bit:0x3400.3=1"},
+        .exitStatus = 1,
+        .log = {"Data no match 03300:200", oneBadBlock, "Complete"},
+        .error = oneBadBlock},
+    {.name = "bit that never sets",
+        .faults = {"stuck-bit:0x3100.0=0"},
+        .deviceOptions = {"--erase-time", "100"},
+        .stopAfter = notBlank},
+    {.name = "replies lost", .image = someBlocks, .faults = {"drop:0.2"}},
+    {.name = "replies late", .image = someBlocks, .faults = {"late:0.2"}},
+    {.name = "long delay", .image = someBlocks, .faults = {"late:1"}, .deviceOptions = {"--late-time", "150"}},
+    {.name = "requests refused", .image = someBlocks, .faults = {"refuse:0.3"}},
+    {.name = "replies cut", .image = someBlocks, .faults = {"cut:0.5"}},
+    {.name = "bits flipped", .image = someBlocks, .faults = {"flip:0.3"}},
+    {.name = "noise", .image = someBlocks, .faults = {"noise:0.5"}},
+    {.name = "requests damaged", .image = someBlocks, .faults = {"lose:0.2"}},
+    {.name = "stray statuses", .image = someBlocks, .faults = {"stray:0.2"}, .exitStatus = {}},
+    {.name = "several faults",
+        .image = someBlocks,
+        .faults = {"drop:0.1", "late:0.1", "flip:0.1", "lose:0.1", "noise:0.2"},
+        .exitStatus = {}},
+    {.name = "all faults on a slow line",
+        .baudRate = 57600,
+        .faults = {"drop:0.1", "late:0.1", "flip:0.1", "lose:0.1", "noise:0.1", "stray:0.1", "cut:0.2", "refuse:0.1"},
+        .exitStatus = {}},
+    {.name = "hang-up in the wait", .faults = {"hangup:1"}, .stopAfter = "Waiting for device"},
+    {.name = "hang-up in the delay", .faults = {"hangup:50"}, .stopAfter = "Powerup delay..."},
+    {.name = "hang-up in erase", .faults = {"hangup:erase"}, .stopAfter = "Erasing..."},
+    {.name = "hang-up in blank check", .faults = {"hangup:erase+1"}, .stopAfter = "Blank Checking..."},
+    {.name = "hang-up in programming", .faults = {"hangup:write"}, .stopAfter = "Programming..."},
+    {.name = "hang-up in verification", .faults = {"hangup:read"}, .stopAfter = "Verifying..."},
+    {.name = "hang-up at the reset", .faults = {"hangup:reset"}, .log = {success, "Complete"}},
+    {.name = "stopped in the delay", .stopAfter = "Powerup delay..."},
+    {.name = "file changed between two burns",
+        .image = someBlocks,
+        .log = {success, "Complete", success, "Complete"},
+        .nextImage = oneBlock},
+};
+
+QByteArray memoryWith(const Image& image, char filler = '\xFF')
+{
+    QByteArray memory(memorySize, filler);
+    for (const auto& [address, data] : image) {
+        memory.replace(static_cast<qsizetype>(address), data.size(), data);
+    }
+    return memory;
+}
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool write(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+}
+
+/// No Intel HEX at all, only its padding, encrypted with `openssl enc -aes-128-ecb -nopad`. fwpack makes no such file.
+const QByteArray emptyFirmware =
+    R"({"header": {"device": 768, "baudrate": 4000000}, "image": "J2mGfnfKabnbzKIeubvSZg=="})";
+
+/// One burn with its device, each a process of its own.
+class BurnRun
+{
+public:
+    explicit BurnRun(const BurnCase& which)
+        : burnCase(which)
+    {
+    }
+
+    /// Starts the device and the burn.
+    void start() { ended = !(write(memoryFile, untouched) && makeFirmware() && startDevice() && startBurn()); }
+
+    bool hasEnded() const { return ended; }
+
+    /// Takes what there is of the log, and stops the burn where that is wanted.
+    void advance()
+    {
+        burn.waitForReadyRead(20);
+        log += QString::fromUtf8(burn.readAll());
+        if (!stopDue && !burnCase.stopAfter.isEmpty() && log.contains('\n' + burnCase.stopAfter)) {
+            stopDue = clock.elapsed() + stopDelayMs;
+        }
+        if (!stopSent && stopDue && clock.elapsed() >= *stopDue) {
+            stopSent = clock.elapsed();
+            burn.terminate();
+        }
+        if (clock.elapsed() > burnLimitMs) {
+            burn.kill();
+        }
+        if (burn.state() == QProcess::NotRunning || burn.waitForFinished(1)) {
+            ended = !startNext();
+        }
+    }
+
+    void check()
+    {
+        const int exitStatus = burn.exitCode();
+        const bool equal = contentOf(memoryFile) == memoryWith(*image);
+        const QByteArray context =
+            QString("exit %1, memory equal %2\n%3%4").arg(exitStatus).arg(equal).arg(log, error).toUtf8();
+        QVERIFY2(clock.isValid() && burn.exitStatus() == QProcess::NormalExit, context);
+        if (!burnCase.stopAfter.isEmpty()) {
+            QVERIFY2(exitStatus == 130 && error == "tavimora-cli burn: Stopped by a signal\n", context);
+            QVERIFY2(stopSent && stopLasted < stopLimitMs, context);
+        } else if (burnCase.exitStatus) {
+            QVERIFY2(exitStatus == *burnCase.exitStatus, context);
+            QVERIFY2(error == (exitStatus == 0 ? "" : "tavimora-cli burn: " + burnCase.error + '\n'), context);
+        } else {
+            QVERIFY2(exitStatus == (equal ? 0 : 1), context);
+        }
+        QVERIFY2(exitStatus != 0 || equal, context);
+        QVERIFY2(log.contains(success) == (exitStatus == 0), context);
+        QVERIFY2(log.contains("Operation cancelled by user") == (exitStatus == 130), context);
+        QVERIFY2(log.contains("Erasing") || contentOf(memoryFile) == untouched, context);
+        qsizetype at = 0;
+        for (const QString& line : burnCase.log) {
+            at = log.indexOf('\n' + line + '\n', at);
+            QVERIFY2(at >= 0, (line.toUtf8() + " is missing: " + context));
+            ++at;
+        }
+    }
+
+private:
+    bool makeFirmware()
+    {
+        if (image->empty()) {
+            return write(firmwareFile, emptyFirmware);
+        }
+        const QString hexFile = folder.filePath("image.hex");
+        const int baudRate = burnCase.baudRate > 0 ? burnCase.baudRate : fastBaudRate;
+        QProcess fwpack;
+        fwpack.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        fwpack.setProgram(FWPACK);
+        fwpack.setArguments({"pack", "--device", "0x0300", "--version", "1", "--target", "e2e", "--baudrate",
+            QString::number(baudRate), "--link", burnCase.echo ? "1" : "0", hexFile, firmwareFile});
+        if (!write(hexFile, hexText(*image))) {
+            return false;
+        }
+        fwpack.start();
+        return fwpack.waitForFinished(startLimitMs) && fwpack.exitCode() == 0;
+    }
+
+    bool startDevice()
+    {
+        QStringList options = {"--link", port, "--memory", memoryFile};
+        for (const QString& fault : burnCase.faults) {
+            options += {"--fault", fault};
+        }
+        if (burnCase.baudRate > 0) {
+            options += {"--baud", QString::number(burnCase.baudRate)};
+        }
+        if (burnCase.echo) {
+            options += "--echo";
+        }
+        device.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        device.start(DEVICESIM, options + burnCase.deviceOptions);
+        return device.waitForReadyRead(startLimitMs);
+    }
+
+    bool startBurn()
+    {
+        burn.start(TAVIMORA_CLI, QStringList{"burn", "--port", port, firmwareFile} + burnCase.burnOptions);
+        clock.start();
+        return burn.waitForStarted(startLimitMs);
+    }
+
+    /// Takes what the burn has left. @return whether the next one runs in its place.
+    bool startNext()
+    {
+        log += QString::fromUtf8(burn.readAll());
+        error = QString::fromUtf8(burn.readAllStandardError());
+        stopLasted = clock.elapsed() - stopSent.value_or(0);
+        if (!burnCase.nextImage.empty() && std::exchange(image, &burnCase.nextImage) == &burnCase.image) {
+            return makeFirmware() && startBurn();
+        }
+        device.terminate();
+        device.waitForFinished(startLimitMs);
+        return false;
+    }
+
+    const BurnCase& burnCase;
+    const Image* image = &burnCase.image;
+    const QByteArray untouched = QByteArray(memorySize, '\0');
+    const QTemporaryDir folder;
+    const QString port = folder.filePath("port");
+    const QString memoryFile = folder.filePath("memory");
+    const QString firmwareFile = folder.filePath("firmware.txt");
+    QProcess device;
+    QProcess burn;
+    QElapsedTimer clock;
+    bool ended = false;
+    /// Each line of the log stands between two line feeds.
+    QString log = "\n";
+    QString error;
+    std::optional<qint64> stopDue;
+    std::optional<qint64> stopSent;
+    qint64 stopLasted = 0;
+};
+
+} // namespace
+
+/// Whole burns of the console program on a simulated device behind a pseudo-terminal.
+class EndToEndTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void burns_data()
+    {
+        QTest::addColumn<int>("index");
+        for (std::size_t i = 0; i < burnCases.size(); ++i) {
+            QTest::newRow(burnCases[i].name) << static_cast<int>(i);
+        }
+    }
+
+    void burns()
+    {
+        QFETCH(int, index);
+        if (runs.empty()) {
+            takeRows();
+        }
+        BurnRun& run = *runs[static_cast<std::size_t>(index)];
+        while (!run.hasEnded()) {
+            advanceAll();
+        }
+        run.check();
+    }
+
+private:
+    /// The rows that are to be executed: those that the command line names as "burns:NAME", or all.
+    void takeRows()
+    {
+        const QStringList named = QCoreApplication::arguments().filter(QRegularExpression("^burns:"));
+        for (const BurnCase& burnCase : burnCases) {
+            runs.push_back(std::make_unique<BurnRun>(burnCase));
+            if (named.isEmpty() || named.contains(QString("burns:") + burnCase.name)) {
+                waiting.push_back(runs.back().get());
+            }
+        }
+    }
+
+    /// Burns mostly wait, so they run side by side, whichever row asks for its own.
+    void advanceAll()
+    {
+        while (!waiting.empty() && running.size() < burnsAtOnce) {
+            running.push_back(waiting.front());
+            waiting.pop_front();
+            running.back()->start();
+        }
+        std::erase_if(running, [](const BurnRun* run) { return run->hasEnded(); });
+        for (BurnRun* run : running) {
+            run->advance();
+        }
+    }
+
+    std::vector<std::unique_ptr<BurnRun>> runs;
+    std::deque<BurnRun*> waiting;
+    std::vector<BurnRun*> running;
+};
+
+QTEST_GUILESS_MAIN(EndToEndTest)
+#include "EndToEndTest.moc"
