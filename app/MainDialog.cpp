@@ -111,7 +111,7 @@ void MainDialog::onThreadFinished()
     setIdle(true);
 }
 
-/// Switches the widgets between their looks with and without a burn.
+/// Enables and labels the widgets: for a new burn if `idle`, otherwise for a running one.
 void MainDialog::setIdle(bool idle)
 {
     ui->cbSerial->setEnabled(idle);

@@ -14,32 +14,32 @@ namespace Ui
 {
 
 class MainDialog;
+
 }
 
-/// The widgets of the window, as the form describes them.
+/// The widgets of the window, made by uic from MainDialog.ui.
 using MainDialogUi = Ui::MainDialog;
 
-/// The window of the program: takes the port and the firmware file, starts a burn, shows what it reports, stops it.
+/// The window of the program: port, firmware file and one button; a log, a label and a bar show what the burn reports.
 class MainDialog : public QDialog
 {
     Q_OBJECT
 
 public:
-    /// `clientFactory` makes the clients of the burns, as `BurnThread` tells.
+    /// @param clientFactory as for `BurnThread`.
     explicit MainDialog(QWidget* parent = nullptr, BurnThread::ClientFactory clientFactory = {});
 
     /// Stops a burn that is running and waits for its end.
     ~MainDialog() override;
     Q_DISABLE_COPY_MOVE(MainDialog)
 
-    /// Closes the window. What a dialog does of itself on Escape is to hide without a close event, and so without the
-    /// question whether to give up a running burn.
+    /// Closes the window by way of `closeEvent`, so that Escape asks too. `QDialog::reject` only hides it.
     void reject() override;
 
 protected:
-    /// Shows what the burn reports.
+    /// Receives the events of the burn.
     void customEvent(QEvent* event) override;
-    /// Asks before a running burn is given up.
+    /// Asks the user while a burn runs.
     void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
 

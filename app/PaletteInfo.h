@@ -2,19 +2,18 @@
 
 #include <QColor>
 
-/// What the colours of this program's own texts depend on. One record for the process, see `paletteInfo`.
+/// Whether the palette is dark, which decides the colour of errors.
 struct PaletteInfo {
-    /// Reads the palette of this moment.
     PaletteInfo() { refresh(); }
 
-    /// Reads the application's palette again.
+    /// Reads the application's current palette.
     void refresh();
 
     /// The background of texts.
     QColor color;
-    /// Whether that background is on the dark side: of a lightness below 128.
+    /// Whether the lightness of `color` is below 128, of 0 to 255.
     bool dark = false;
 };
 
-/// The record of this process, read from the palette at the first call. Only after the application object was made.
+/// The record of the process, filled at the first call. The application object must exist by then.
 PaletteInfo& paletteInfo();

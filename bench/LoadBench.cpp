@@ -56,7 +56,7 @@ void load(benchmark::State& state, bool shuffled)
 
 void imageSizes(benchmark::internal::Benchmark* bench)
 {
-    bench->ArgName("bytes")->Arg(52 * kib)->Arg(64 * kib)->Arg(1024 * kib)->Arg(4096 * kib);
+    bench->ArgName("bytes")->Arg(52 * kib)->Arg(64 * kib)->Arg(512 * kib)->Arg(2048 * kib);
     bench->Unit(benchmark::kMillisecond);
 }
 

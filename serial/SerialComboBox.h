@@ -11,12 +11,12 @@
 class QComboBox;
 class QToolButton;
 
-/// Where the user picks the serial port: a list of the machine's ports with an icon for each, and beside it a button
-/// that lists them again. The list is filled at construction and at each press of the button, and at no other time.
+/// A drop-down list of the machine's serial ports with an icon for each, and a button that fills it again. Ports that
+/// come or go between two presses of the button are not noticed.
 class SerialComboBox : public QWidget
 {
 public:
-    /// Gives the rows of the list, called at each filling.
+    /// Returns the rows of the list; called each time it is filled.
     using PortSource = std::function<std::vector<PortInfo>()>;
 
     explicit SerialComboBox(QWidget* parent, PortSource portSource = availablePorts);
@@ -24,7 +24,7 @@ public:
 
     Q_DISABLE_COPY_MOVE(SerialComboBox)
 
-    /// @return the name by which the chosen port is opened; empty when there is no port to choose.
+    /// @return the system name of the selected port; empty without one.
     QString currentPort() const;
 
 private:
