@@ -90,6 +90,7 @@ bool FirmwareFile::decryptImage(const QByteArray& cipherText)
     }
     QAESEncryption aes(QAESEncryption::Aes128, QAESEncryption::Ecb, QAESEncryption::Iso);
     QByteArray text = aes.removePadding(aes.decode(cipherText, imageKey(), {}));
+    isPadded = text.size() < cipherText.size();
     TextBuffer buffer(&text);
     buffer.open(QIODevice::ReadOnly);
     return image.readIntelHex(buffer, hexFaults) || fail(QStringLiteral("Wrong firmware file"));

@@ -45,6 +45,8 @@ public:
     QString errorText;
     /// What is wrong with the Intel HEX text of the image.
     IntelHexFaults hexFaults;
+    /// Whether the text ends in the marker of its padding. A file without it may be cut short.
+    bool isPadded = false;
 
 private:
     void takeHeader(const QJsonObject& header);

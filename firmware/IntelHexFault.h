@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QString>
+#include <QStringList>
 
 #include <cstdint>
 #include <vector>
@@ -36,6 +36,9 @@ struct IntelHexFault {
 };
 
 using IntelHexFaults = std::vector<IntelHexFault>;
+
+/// The texts of the first twenty, and the number of the others: every line of a bad file may have a fault.
+QStringList summary(const IntelHexFaults& faults);
 
 /// Writes the lines that are rejected and the record types that are not supported to Qt's log, at critical level.
 void logFaults(const IntelHexFaults& faults);

@@ -5,6 +5,7 @@
 #include <QIODevice>
 #include <QMessageLogger>
 
+#include <algorithm>
 #include <numeric>
 
 namespace
@@ -150,6 +151,19 @@ const char* formatOf(IntelHexFault::Kind kind)
 QString IntelHexFault::text() const
 {
     return QString::asprintf(formatOf(kind), line, value);
+}
+
+QStringList summary(const IntelHexFaults& faults)
+{
+    constexpr std::size_t limit = 20;
+    QStringList texts;
+    for (std::size_t i = 0; i < std::min(faults.size(), limit); ++i) {
+        texts << faults[i].text();
+    }
+    if (faults.size() > limit) {
+        texts << QStringLiteral("%1 further warnings").arg(faults.size() - limit);
+    }
+    return texts;
 }
 
 void logFaults(const IntelHexFaults& faults)

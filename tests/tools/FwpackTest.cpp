@@ -32,8 +32,9 @@ private Q_SLOTS:
         const auto row = [](const char* name, const auto&... cells) { (QTest::newRow(name) << ... << cells); };
         const QString data = ":0400000001020304F2\n", end = ":00000001FF\n", show = "show in";
         const QString pack = "pack in out --device 0x1F2 --version 1.2 --target \"Ä --link -1 --baudrate 9600";
-        row("segment, no end", pack, ":020000021000EC\n" + data, "0 .*no end-of-file.*data at 0x10000 lies");
-        row("linear, no line end", pack, ":020000040001F9\n" + data + end.chopped(1), "0 .*data at 0x10000 lies");
+        row("segment, no end", pack, ":020000020100FB\n" + data, "0 .*no end-of-file");
+        row("linear, no line end", pack, ":020000020100FB\n:020000040000FA\n" + data + end.chopped(1), "0 out:");
+        row("out of reach", pack, ":020000040001F9\n" + data + end, "1 .*data at 0x10000 lies");
         row("late", pack, end + ":0400000500000000F7\n" + data, "0 fwpack: in.*:0002 stands.*:0002 uns.* 0x05\n");
         row("CRLF", pack, QString(data + end + "\n \n").replace("\n", "\r\n"), "0 .*: 2\n.*4 bytes in 1 block\n$");
         row("CR alone", pack, QString(data + end).replace('\n', '\r'), "1 .*line:0001 holds 5 bytes more");
@@ -52,6 +53,10 @@ private Q_SLOTS:
         row("sparse", show, sparse, "0 .*0x0300 .given as 66304.*57600 .not given.*0101, 2 bytes in 1 b.*: +0x02FE");
         const QList<std::pair<unsigned, QByteArray>> top{{0xFDFC, "start"}, {0xFE05, QByteArray(507, 'd')}};
         row("top", show, QString(fwpack::makePackage({}, hexText(top))), "0 .*516 bytes in 2 blocks: 6, 510\n");
+        QByteArray cut = fwpack::makePackage({}, data.repeated(4).toUtf8());
+        const QByteArray image = cut.split('"').rbegin()[1];
+        cut.replace(image, QByteArray::fromBase64(image).chopped(16).toBase64());
+        row("cut at a record", show, QString(cut), "0 .*no end-of-file.*no padding marker");
         row("types", show, R"({"header": {"link": "1", "target": "\u001B"}})", "1 .*u.001b.\".*a string.*: missing");
         row("JSON", show, "{\n\"header\": x}", "1 .*JSON: .* at offset 1[0-9], in line 2");
         row("15 bytes", show, "{\"header\": 5, \"image\": \"*AAAAAAAAAAAAAAAAAAAA\"}", "1 .*15 .*1 skip.* 0\n");
@@ -78,7 +83,7 @@ private Q_SLOTS:
             QVERIFY(file.load("out") && file.version == "1.2" && file.target == "\"Ä");
             QVERIFY(file.device == 0x1F2 && file.baudrate == 9600 && file.link == -1 && file.scanner.next(512));
             QVERIFY(
-                file.scanner.data == "\1\2\3\4" && file.scanner.address == (printed.contains("0x1000") ? 65536 : 0));
+                file.scanner.data == "\1\2\3\4" && file.scanner.address == (printed.contains("no end") ? 0x1000 : 0));
             const QByteArray hex = input.remove('\r').trimmed().toUtf8() + "\n\x80";
             const QString decrypt = "enc -d -aes-128-ecb -nopad -a -A -K 7639215471234c7a3424596d375e4278";
             QCOMPARE(run("openssl", decrypt, content.split('"').rbegin()[1]),

@@ -14,14 +14,6 @@
 namespace fwpack
 {
 
-namespace
-{
-
-/// So many warnings of single lines are printed; the others are counted.
-constexpr std::ptrdiff_t maxWarnings = 20;
-
-} // namespace
-
 bool HexInput::load(const QString& path)
 {
     if (!readFile(path)) {
@@ -34,7 +26,10 @@ bool HexInput::load(const QString& path)
     if (BlockScanner scanner(image); !scanner.next(4)) {
         return fail("holds no data");
     }
-    checkAddresses();
+    if (const auto address = firstAddressOutOfReach(image)) {
+        return fail(QString("data at %1 lies above %2: a firmware file of it could not be burned")
+                        .arg(hexNumber(*address), hexNumber(lastBurnAddress)));
+    }
     return true;
 }
 
@@ -81,22 +76,8 @@ bool HexInput::readImage()
     if (fatal == faults.end() && !accepted) {
         --fatal;
     }
-    const std::ptrdiff_t found = fatal - faults.begin();
-    for (std::ptrdiff_t i = 0; i < std::min(found, maxWarnings); ++i) {
-        warnings.append(faults[static_cast<std::size_t>(i)].text());
-    }
-    if (found > maxWarnings) {
-        warnings.append(QString("%1 further warnings").arg(found - maxWarnings));
-    }
+    warnings += summary(IntelHexFaults(faults.begin(), fatal));
     return fatal == faults.end() || fail(fatal->text());
-}
-
-void HexInput::checkAddresses()
-{
-    if (const auto address = firstAddressOutOfReach(image)) {
-        warnings.append(QString("data at %1 lies above %2: the firmware file cannot be burned")
-                            .arg(hexNumber(*address), hexNumber(lastBurnAddress)));
-    }
 }
 
 bool HexInput::fail(const QString& reason)

@@ -15,7 +15,7 @@ public:
     /// Reads the file at `path`, brings its text into the form that firmware files hold (lines end in one line feed, no
     /// blank lines at the end), and reads that with the reader that the burn uses.
     /// @return false, with the reason in `errorText`, for what that reader rejects, for a record of which it would
-    /// leave something out in silence, and for a text that places no data.
+    /// leave something out in silence, and for a text that places no data, or data where a burn does not reach.
     bool load(const QString& path);
 
     /// The text as it goes into the firmware file.
@@ -30,7 +30,6 @@ private:
     bool readFile(const QString& path);
     void normalise();
     bool readImage();
-    void checkAddresses();
     bool fail(const QString& reason);
 };
 

@@ -61,16 +61,20 @@ void printPlan(const BurnPlan& plan, QTextStream& out)
         << counted(qsizetype(plan.ranges.size()), "range") << '\n';
 }
 
-QStringList suspicions(const BurnPlan& plan, const MemoryImage& image)
+QStringList suspicions(const BurnPlan& plan, const FirmwareFile& firmware)
 {
+    QStringList warnings;
+    if (!firmware.isPadded) {
+        warnings << "warning: no padding marker 0x80 behind the text: the file may be cut short";
+    }
     if (plan.ranges.empty()) {
-        return {"warning: holds no data: a burn would erase the device and write nothing"};
+        warnings << "warning: holds no data: a burn would erase the device and write nothing";
     }
-    if (const auto address = firstAddressOutOfReach(image)) {
-        return {QString("warning: data at %1 lies above %2: a burn refuses the file")
-                    .arg(hexNumber(*address), hexNumber(lastBurnAddress))};
+    if (const auto address = firstAddressOutOfReach(firmware.image)) {
+        warnings << QString("warning: data at %1 lies above %2: a burn refuses the file")
+                        .arg(hexNumber(*address), hexNumber(lastBurnAddress));
     }
-    return {};
+    return warnings;
 }
 
 } // namespace
@@ -100,7 +104,7 @@ bool showFirmware(const ShowRequest& request, QTextStream& out, QTextStream& err
     }
     const BurnPlan plan(firmware.image);
     printPlan(plan, out);
-    complain(log.messages + suspicions(plan, firmware.image));
+    complain(summary(firmware.hexFaults) + suspicions(plan, firmware));
     return true;
 }
 
