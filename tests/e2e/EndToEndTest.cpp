@@ -232,22 +232,10 @@ public:
 private:
     bool makeFirmware()
     {
-        // fwpack refuses to pack nothing, and data out of reach.
-        if (image->empty() || image->rbegin()->first + image->rbegin()->second.size() > memorySize) {
-            return write(firmwareFile, fwpack::makePackage({0x0300, "1", "e2e", fastBaudRate}, hexText(*image)));
-        }
-        const QString hexFile = folder.filePath("image.hex");
         const int baudRate = burnCase.baudRate > 0 ? burnCase.baudRate : fastBaudRate;
-        QProcess fwpack;
-        fwpack.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        fwpack.setProgram(FWPACK);
-        fwpack.setArguments({"pack", "--device", "0x0300", "--version", "1", "--target", "e2e", "--baudrate",
-            QString::number(baudRate), "--link", burnCase.echo ? "1" : "0", hexFile, firmwareFile});
-        if (!write(hexFile, hexText(*image))) {
-            return false;
-        }
-        fwpack.start();
-        return fwpack.waitForFinished(startLimitMs) && fwpack.exitCode() == 0;
+        const fwpack::PackageHeader header = {
+            .device = 0x0300, .version = "1", .target = "e2e", .baudrate = baudRate, .link = burnCase.echo ? 1 : 0};
+        return write(firmwareFile, fwpack::makePackage(header, hexText(*image)));
     }
 
     bool startDevice()
