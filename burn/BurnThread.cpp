@@ -80,9 +80,14 @@ BurnThread::~BurnThread() = default;
 
 void BurnThread::startBurn(const QString& port, const QString& file)
 {
+    startJob({.portName = port, .fileName = file});
+}
+
+void BurnThread::startJob(const BurnJob& newJob)
+{
     lastOutcome.exchange(Outcome::Failed);
-    portName = port;
-    fileName = file;
+    lastResult = {};
+    job = newJob;
     start(QThread::InheritPriority);
 }
 
@@ -94,6 +99,12 @@ void BurnThread::stopBurn()
     }
     requestInterruption();
     wait(QDeadlineTimer(QDeadlineTimer::Forever));
+}
+
+const BurnResult& BurnThread::result() const
+{
+    static_cast<void>(lastOutcome.load()); // written last, see there
+    return lastResult;
 }
 
 void BurnThread::run()
@@ -110,12 +121,21 @@ void BurnThread::run()
 
 bool BurnThread::loadFirmware()
 {
-    const bool loaded = firmware->load(fileName);
-    const QString reason = loaded ? validateFirmware() : firmware->errorText;
-    if (loaded && reason.isEmpty()) {
+    if (job.task == BurnTask::Identify) {
+        firmware->baudrate = job.baudrate;
         return true;
     }
-    postError(tr("Can't open input file. %1").arg(reason));
+    const bool loaded = firmware->load(job.fileName);
+    const QString problem = loaded ? validateFirmware() : firmware->errorText;
+    return problem.isEmpty() || fail(BurnResult::Reason::File, tr("Can't open input file. %1").arg(problem));
+}
+
+/// Ends the run with an error.
+/// @return false
+bool BurnThread::fail(BurnResult::Reason reason, const QString& text)
+{
+    lastResult.reason = reason;
+    postError(text);
     return false;
 }
 
@@ -133,19 +153,23 @@ QString BurnThread::validateFirmware() const
 
 bool BurnThread::openPort()
 {
-    postLog(tr("Uploading firmware: '%1' %2").arg(firmware->target, firmware->version));
-    client->echoOn = firmware->link == echoLink;
-    client->expectedDevice = firmware->device;
-    if (client->open(portName.toStdString(), static_cast<std::uint32_t>(firmware->baudrate))) {
+    if (job.task != BurnTask::Identify) {
+        const QString text =
+            job.task == BurnTask::Verify ? tr("Comparing with firmware: '%1' %2") : tr("Uploading firmware: '%1' %2");
+        postLog(text.arg(firmware->target, firmware->version));
+        client->echoOn = firmware->link == echoLink;
+        client->expectedDevice = firmware->device;
+    }
+    if (client->open(job.portName.toStdString(), static_cast<std::uint32_t>(firmware->baudrate))) {
         return true;
     }
-    postError(tr("Can't open serial port '%1'. %2").arg(portName, QString::fromStdWString(client->errorString())));
-    return false;
+    return fail(BurnResult::Reason::Port,
+        tr("Can't open serial port '%1'. %2").arg(job.portName, QString::fromStdWString(client->errorString())));
 }
 
 BurnThread::Outcome BurnThread::walkStates()
 {
-    verification = {};
+    accomplished = false;
     setState(State::WaitDevice);
     while (!isInterruptionRequested()) {
         (this->*rowOf(state).step)();
@@ -154,16 +178,18 @@ BurnThread::Outcome BurnThread::walkStates()
         }
     }
     if (state != State::Finished) {
+        lastResult.reason = BurnResult::Reason::Stopped;
         postLog(tr("Operation cancelled by user"));
         return Outcome::Cancelled;
     }
-    return verification.passed ? Outcome::Succeeded : Outcome::Failed;
+    return accomplished ? Outcome::Succeeded : Outcome::Failed;
 }
 
 void BurnThread::setState(State newState)
 {
     state = newState;
     advance = true;
+    secondLook = false;
     firmware->scanner.reset(0);
     postValue(0);
 
@@ -179,7 +205,7 @@ void BurnThread::setState(State newState)
     }
     for (const char* line : row.log) {
         if (line != nullptr) {
-            postLog(tr(line).replace(QStringLiteral("%1"), portName));
+            postLog(tr(line).replace(QStringLiteral("%1"), job.portName));
         }
     }
 }
@@ -199,16 +225,25 @@ void BurnThread::waitDeviceStep()
     };
     postLog(versionLine(tr("Found device bootloader: v%1.%2.%3"), client->bootloaderVersion));
     postLog(versionLine(tr("Existing firmware: v%1.%2.%3"), client->firmwareVersion));
-    if (client->deviceId == firmware->device) {
-        setState(State::PowerupDelay);
-    } else {
+    lastResult.identity = {client->bootloaderVersion, client->firmwareVersion, client->deviceId};
+    if (job.task == BurnTask::Identify) {
+        accomplished = true;
+        endWithoutBurn();
+    } else if (client->deviceId != firmware->device) {
         refuseDevice();
+    } else {
+        setState(job.task == BurnTask::Burn ? State::PowerupDelay : State::Verify);
     }
+}
+
+void BurnThread::endWithoutBurn()
+{
+    setState(job.resetAtEnd ? State::Reset : State::Finished);
 }
 
 void BurnThread::refuseDevice()
 {
-    postError(tr("Device is not support"));
+    fail(BurnResult::Reason::OtherDevice, tr("Device is not support"));
     setState(State::Finished);
 }
 
@@ -227,6 +262,7 @@ void BurnThread::eraseStep()
     if (!client->eraseMemory()) {
         return;
     }
+    ++lastResult.erases;
     postLog(tr("Erase successful"));
     setState(State::BlankCheck);
 }
@@ -252,6 +288,7 @@ void BurnThread::programStep()
 {
     if (!takeBlock()) {
         postLog(tr("Programming complete"));
+        lastResult.blocks = lastResult.badBlocks = 0;
         setState(State::Verify);
         return;
     }
@@ -289,30 +326,38 @@ void BurnThread::verifyStep()
 /// since what was compared may have been a late reply to an earlier request.
 void BurnThread::recordVerifyResult(bool matches)
 {
-    const bool lookAgain = !matches && !verification.secondLook;
+    const bool lookAgain = !matches && !secondLook;
     if (lookAgain) {
         postError(withBlock(tr("Data no match %1:%2")));
         client->rejectReply();
     }
-    verification.secondLook = lookAgain;
+    secondLook = lookAgain;
     advance = !lookAgain;
-    if (advance) {
-        ++verification.blocks;
-        verification.badBlocks += matches ? 0 : 1;
+    if (lookAgain) {
+        return;
+    }
+    ++lastResult.blocks;
+    lastResult.badBlocks += matches ? 0 : 1;
+    if (!matches && job.task == BurnTask::BurnIfNeeded && lastResult.erases == 0) {
+        postLog(tr("The device differs from the firmware file and will be burned"));
+        setState(State::PowerupDelay);
     }
 }
 
 void BurnThread::closeVerification()
 {
-    verification.passed = verification.badBlocks == 0;
-    if (verification.passed) {
+    accomplished = lastResult.badBlocks == 0;
+    if (accomplished) {
         postLog(tr("Verification successful"));
-        setState(State::Reset);
+    } else {
+        fail(BurnResult::Reason::Verification,
+            tr("Verification failed: %1 of %2 blocks differ").arg(lastResult.badBlocks).arg(lastResult.blocks));
+    }
+    if (job.task == BurnTask::Verify) {
+        endWithoutBurn();
     } else {
         // Without the reset the bootloader stays in charge, and the user can burn again.
-        postError(
-            tr("Verification failed: %1 of %2 blocks differ").arg(verification.badBlocks).arg(verification.blocks));
-        setState(State::Finished);
+        setState(accomplished ? State::Reset : State::Finished);
     }
 }
 

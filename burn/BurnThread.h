@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bootloader/BootVersion.h"
 #include "bootloader/Clock.h"
 #include "burn/CancelHandle.h"
 
@@ -11,12 +12,68 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 class BootloaderClient;
 class FirmwareFile;
 
+/// What a run does with a device.
+enum class BurnTask {
+    /// Burns the firmware.
+    Burn,
+    /// Compares first, and burns only a device that differs.
+    BurnIfNeeded,
+    /// Compares, and changes nothing.
+    Verify,
+    /// Asks for versions and identity, and changes nothing. Needs no firmware file.
+    Identify,
+};
+
+struct BurnJob {
+    BurnTask task = BurnTask::Burn;
+    QString portName;
+    QString fileName;
+    /// For `Identify`, in bits per second; the others take it from the firmware file.
+    std::int32_t baudrate = 57600;
+    /// For `Verify` and `Identify`: resets the device at the end. Otherwise its bootloader stays in charge.
+    bool resetAtEnd = false;
+};
+
+/// What a run found out.
+struct BurnResult {
+    enum class Reason {
+        /// The run reached its end.
+        None,
+        /// The firmware file could not be read, or must not be burned.
+        File,
+        /// The port could not be opened.
+        Port,
+        /// The device is not the one that the firmware is for.
+        OtherDevice,
+        /// Blocks differ.
+        Verification,
+        /// `stopBurn` was called.
+        Stopped,
+    };
+
+    struct Identity {
+        BootVersion bootloaderVersion;
+        BootVersion firmwareVersion;
+        std::uint16_t deviceId = 0;
+    };
+
+    Reason reason = Reason::None;
+    /// What the device answered at the beginning; nothing without an answer.
+    std::optional<Identity> identity;
+    /// Blocks compared in the last pass, and how many of them differ.
+    int blocks = 0;
+    int badBlocks = 0;
+    /// How often the device confirmed an erase.
+    int erases = 0;
+};
+
 /// Runs burns, one at a time, each on a thread of its own: reads the firmware file, opens the port, and walks the
-/// device through erase, blank check, programming, verification and reset.
+/// device through erase, blank check, programming, verification and reset; or through a part of these.
 ///
 /// All output goes as `BurnMessageEvent` and `BurnProgressEvent` to the parent, in order and before `finished`. The
 /// object serves any number of burns, one after the other, with a new client each. Its own operations are for the
@@ -30,9 +87,10 @@ public:
     using ClientFactory = std::function<std::shared_ptr<BootloaderClient>()>;
 
     enum class Outcome {
-        /// Every block was read back and compared equal, and the device was told to reset.
+        /// Every block was read back and compared equal, and the device was told to reset if the job says so. After
+        /// `Identify`: the device has answered.
         Succeeded,
-        /// The burn ended by itself without that.
+        /// The run ended by itself without that.
         Failed,
         /// A stop came first.
         Cancelled,
@@ -47,12 +105,18 @@ public:
     /// thread.
     void startBurn(const QString& port, const QString& file);
 
+    /// The same with another task.
+    void startJob(const BurnJob& newJob);
+
     /// Stops the running burn and blocks until its thread has ended and its port is closed: a running exchange ends at
     /// its reply deadline (300 ms), reading the file is not cut short. No reset is sent.
     void stopBurn();
 
     /// How the last burn ended; valid once its thread has finished.
     Outcome outcome() const { return lastOutcome; }
+
+    /// What the last run found out; valid once its thread has finished.
+    const BurnResult& result() const;
 
 protected:
     void run() override;
@@ -70,20 +134,11 @@ private:
     };
     struct StateRow;
 
-    /// What the pass of `Verify` has found so far.
-    struct Verification {
-        int blocks = 0;
-        int badBlocks = 0;
-        /// The current block differed once and is being read again.
-        bool secondLook = false;
-        /// The pass is over, and every block was equal.
-        bool passed = false;
-    };
-
     static const StateRow& rowOf(State wanted);
     void setState(State newState);
 
     bool loadFirmware();
+    bool fail(BurnResult::Reason reason, const QString& text);
     QString validateFirmware() const;
     bool openPort();
     Outcome walkStates();
@@ -102,6 +157,7 @@ private:
     QString withBlock(const QString& text) const;
     void recordVerifyResult(bool matches);
     void closeVerification();
+    void endWithoutBurn();
 
     void postLog(const QString& text);
     void postError(const QString& text);
@@ -110,8 +166,7 @@ private:
     void postRange(std::int32_t minimum, std::int32_t maximum);
     void postEnabled(bool enabled);
 
-    QString portName;
-    QString fileName;
+    BurnJob job;
     /// The state that the next pass works in.
     State state = State::Finished;
     /// The end of the current state, where it has one.
@@ -123,7 +178,11 @@ private:
     /// The next pass of a block state takes a new block; otherwise it repeats the current one.
     bool advance = true;
 
-    Verification verification;
+    /// The current block of `Verify` differed once and is being read again.
+    bool secondLook = false;
+    /// What the job asks for has been found out or done.
+    bool accomplished = false;
+    BurnResult lastResult;
     /// The last thing that a run writes, so that a thread that has read it sees all that the run wrote.
     std::atomic<Outcome> lastOutcome = Outcome::Failed;
     ClientFactory makeClient;

@@ -112,6 +112,7 @@ const QStringList emptySpan = {"minimum 0", "maximum 0"};
 const QStringList upload = {"log Uploading firmware: 'Board %2' 1.2%1"};
 const QStringList wait = entering("Waiting for device", true, {}, {"Waiting for device on 'COM%1'..."});
 const QStringList found = {"log Found device bootloader: v1.2.3", "log Existing firmware: v4.5.6"};
+const QStringList comparingStarts = QStringList{"log Comparing with firmware: 'Board %2' 1.2%1"} + wait + found;
 const QStringList delay = entering("Delay", true, {"minimum 0", "maximum 3000"}, {"Powerup delay..."});
 const QStringList erase =
     entering("Erasing", false, {}, {"<b>DO NOT TURN OFF</b> device during programming", "Erasing..."});
@@ -123,12 +124,15 @@ const QStringList blank = {"log Blank check complete, device is blank"};
 const QStringList program = entering("Programming", false, span, {"Programming..."});
 const QStringList programmed = {"log Programming complete"};
 const QStringList verify = entering("Verifying", true, span, {"Verifying..."});
+const QStringList comparing = comparingStarts + verify;
 const QStringList verified = {"log Verification successful"};
 const QStringList reset = entering("Reset", true, {}, {"Reset device"});
 const QStringList end = entering("", true, {}, {"<b>Complete</b>"});
 const QStringList good = verified + reset + end;
+const QStringList burnedAfterErase =
+    erased + check + at({a, b, c, d}) + blank + program + at({a, b, c, d}) + programmed + verify;
 const QStringList checked = up + erased + check + at({a, b, c, d}) + blank + program;
-const QStringList written = checked + at({a, b, c, d}) + programmed + verify;
+const QStringList written = up + burnedAfterErase;
 const QStringList cancelled = {"log Operation cancelled by user"};
 const QStringList foreign = {"error Device is not support"};
 
@@ -150,6 +154,10 @@ struct Burn {
     File file = File::Good;
     bool portOpens = true;
     bool stopAtEnd = false;
+    BurnTask task = BurnTask::Burn;
+    bool resetAtEnd = false;
+    /// The device holds the image already.
+    bool burned = false;
 };
 
 const auto Failed = BurnThread::Outcome::Failed;
@@ -241,7 +249,72 @@ const std::vector<Burn> burns = {
         .events = written + at({a, b, c, d}) + good,
         .requests = "vpebbbbwwwwrprrrx",
         .stopAtEnd = true},
+    {.name = "identify",
+        .events = wait + found + end,
+        .requests = "v",
+        .file = File::Missing,
+        .task = BurnTask::Identify},
+    {.name = "identify and reset",
+        .events = wait + found + reset + end,
+        .requests = "vx",
+        .file = File::Missing,
+        .task = BurnTask::Identify,
+        .resetAtEnd = true},
+    {.name = "compare, equal",
+        .events = comparing + at({a, b, c, d}) + verified + end,
+        .requests = "vrprrr",
+        .task = BurnTask::Verify,
+        .burned = true},
+    {.name = "compare, equal, and reset",
+        .events = comparing + at({a, b, c, d}) + good,
+        .requests = "vrprrrx",
+        .task = BurnTask::Verify,
+        .resetAtEnd = true,
+        .burned = true},
+    {.name = "compare, different",
+        .events = comparing + at({a, b}) + differs(b) + at({b, c, d}) + badBlocks(1) + end,
+        .requests = "vrprrvrr",
+        .outcome = Failed,
+        .faults = {{'r', 2, Fault::BadBit}, {'r', 3, Fault::BadBit}},
+        .task = BurnTask::Verify,
+        .burned = true},
+    {.name = "compare with another device",
+        .events = comparingStarts + foreign + end,
+        .requests = "v",
+        .outcome = Failed,
+        .file = File::OtherDevice,
+        .task = BurnTask::Verify},
+    {.name = "burn if needed, equal",
+        .events = upload + wait + found + verify + at({a, b, c, d}) + good,
+        .requests = "vrprrrx",
+        .task = BurnTask::BurnIfNeeded,
+        .burned = true},
+    {.name = "burn if needed, different",
+        .events = upload + wait + found + verify + at({a}) + differs(a) + at({a}) +
+                  QStringList{"log The device differs from the firmware file and will be burned"} + delay + erase +
+                  QStringList{"value 2000"} + burnedAfterErase + at({a, b, c, d}) + good,
+        .requests = "vrrvpebbbbwwwwrprrrx",
+        .task = BurnTask::BurnIfNeeded},
 };
+
+/// Why a burn failed, by the start of its last error.
+const std::vector<std::pair<QString, BurnResult::Reason>> reasons = {
+    {"error Can't open input file.", BurnResult::Reason::File},
+    {"error Can't open serial port", BurnResult::Reason::Port},
+    {"error Device is not support", BurnResult::Reason::OtherDevice},
+    {"error Verification failed", BurnResult::Reason::Verification},
+};
+
+BurnResult::Reason expectedReason(const Burn& burn)
+{
+    if (burn.outcome != Failed) {
+        return burn.outcome == Cancelled ? BurnResult::Reason::Stopped : BurnResult::Reason::None;
+    }
+    const QString last = burn.events.filter(QRegularExpression("^error")).last();
+    return std::find_if(reasons.begin(), reasons.end(), [&last](const auto& row) {
+        return last.startsWith(row.first);
+    })->second;
+}
 
 QString writeFile(const QString& folder, File file)
 {
@@ -298,7 +371,14 @@ private Q_SLOTS:
             observer.lines.clear();
             observer.delayValues.clear();
             device.restart();
-            burn.startBurn("COM%1", path);
+            if (expected.burned) {
+                device.memory.fill(0xFF);
+                for (const auto& [address, data] : image) {
+                    std::copy(data.begin(), data.end(), device.memory.begin() + address);
+                }
+            }
+            burn.startJob(
+                {.task = expected.task, .portName = "COM%1", .fileName = path, .resetAtEnd = expected.resetAtEnd});
             QVERIFY(QTest::qWaitFor(stopAsRequested, 30000));
             QCoreApplication::sendPostedEvents();
 
@@ -309,6 +389,9 @@ private Q_SLOTS:
                     (observer.delayValues.size() > 20 && observer.delayValues.last() < 3000));
             QCOMPARE(device.requests, QString(expected.requests));
             QCOMPARE(int(burn.outcome()), int(expected.outcome));
+            QCOMPARE(int(burn.result().reason), int(expectedReason(expected)));
+            QCOMPARE(burn.result().identity.has_value(), expected.events.contains(found.last()));
+            QCOMPARE(burn.result().erases, int(expected.events.count(erased.last())));
             QVERIFY2(device.client.expired(), "the client outlived its burn");
         }
     }
