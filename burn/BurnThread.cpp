@@ -78,6 +78,11 @@ BurnThread::BurnThread(QObject* parent, ClientFactory clientFactory, Clock clock
 
 BurnThread::~BurnThread() = default;
 
+QString BurnThread::erasingStatus()
+{
+    return tr(rowOf(State::Erase).status);
+}
+
 void BurnThread::startBurn(const QString& port, const QString& file)
 {
     startJob({.portName = port, .fileName = file});
@@ -91,13 +96,18 @@ void BurnThread::startJob(const BurnJob& newJob)
     start(QThread::InheritPriority);
 }
 
-void BurnThread::stopBurn()
+void BurnThread::requestStop()
 {
-    // The reference is gone before the wait, so that the port is closed in any case when the wait ends.
     if (const auto running = cancelHandle.take()) {
         running->cancel();
     }
     requestInterruption();
+}
+
+void BurnThread::stopBurn()
+{
+    // The reference to the client is gone before the wait, so that the port is closed in any case when the wait ends.
+    requestStop();
     wait(QDeadlineTimer(QDeadlineTimer::Forever));
 }
 
@@ -126,6 +136,8 @@ bool BurnThread::loadFirmware()
         return true;
     }
     const bool loaded = firmware->load(job.fileName);
+    lastResult.target = firmware->target;
+    lastResult.version = firmware->version;
     const QString problem = loaded ? validateFirmware() : firmware->errorText;
     return problem.isEmpty() || fail(BurnResult::Reason::File, tr("Can't open input file. %1").arg(problem));
 }

@@ -63,6 +63,9 @@ struct BurnResult {
     };
 
     Reason reason = Reason::None;
+    /// What the firmware file says of itself; empty when it could not be read.
+    QString target;
+    QString version;
     /// What the device answered at the beginning; nothing without an answer.
     std::optional<Identity> identity;
     /// Blocks compared in the last pass, and how many of them differ.
@@ -101,12 +104,18 @@ public:
     ~BurnThread() override;
     Q_DISABLE_COPY_MOVE(BurnThread)
 
+    /// The text of the `Status` event with which a device is about to be erased.
+    static QString erasingStatus();
+
     /// Starts a burn; only while none runs. The file is read, and the port opened by its system name, on the worker
     /// thread.
     void startBurn(const QString& port, const QString& file);
 
     /// The same with another task.
     void startJob(const BurnJob& newJob);
+
+    /// Asks the running burn to stop and returns at once; the rest as `stopBurn`. For whoever stops several together.
+    void requestStop();
 
     /// Stops the running burn and blocks until its thread has ended and its port is closed: a running exchange ends at
     /// its reply deadline (300 ms), reading the file is not cut short. No reset is sent.

@@ -1,34 +1,65 @@
-#include "cli/BurnConsole.h"
+#include "cli/BurnRecord.h"
 #include "cli/Commands.h"
+#include "cli/RunGroup.h"
+#include "cli/RunOptions.h"
 
-#include <limits>
+#include <memory>
 
 namespace
 {
 
-/// Seconds that a timer of 32 bits holds as milliseconds.
-constexpr int longestTimeout = std::numeric_limits<int>::max() / 1000;
-
 ExitStatus burn(CommandLine& line, const QStringList& arguments)
 {
-    line.addOption("port", "NAME", "The serial port of the device; \"tavimora-cli ports\" lists them.");
-    line.addOption("timeout", "SECONDS", "Give up when no device has answered after SECONDS.");
+    options::addPort(line, true);
+    options::addLimits(line);
+    line.addFlag("if-needed", "Compare first, and burn only a device that differs from FILE.");
+    line.addOption("record", "FILE", "Append a record of each burn to FILE, as a line of JSON.");
+    line.addOption("label", "TEXT", "What the record names the device, for instance its serial number.");
+    options::addJson(line);
     line.setEpilogue("\nExit status: 0 burned and verified, 1 the burn failed, 2 wrong usage, 3 no device\n"
-                     "within the time-out, 130 stopped by a signal.\n");
+                     "within the time-out, 4 given up at a limit, 130 stopped by a signal; with several\n"
+                     "devices that of the worst in the order 130, 1, 4, 3.\n");
     line.parse(arguments);
-    const QString port = line.requiredText("port");
-    const std::optional<int> timeout = line.number<int>("timeout", 1, longestTimeout);
-    const QString file = line.operands(1, "one firmware file").constFirst();
+
+    RunPlan plan;
+    plan.command = "tavimora-cli burn";
+    plan.limits = options::limits(line);
+    plan.json = options::json(line);
+    const QString recordPath = line.text("record").value_or(QString());
+    const QString label = line.text("label").value_or(QString());
+    plan.job.task = line.isSet("if-needed") ? BurnTask::BurnIfNeeded : BurnTask::Burn;
+    plan.job.fileName = line.operands(1, "one firmware file").constFirst();
+    plan.ports = options::ports(line, true);
+    if (!label.isEmpty() && recordPath.isEmpty()) {
+        line.refuse("--label is for --record, which is missing");
+    }
+    if (const QString problem = labelProblem(label); !problem.isEmpty()) {
+        line.refuse(problem);
+    }
     if (const std::optional<ExitStatus> status = line.verdict()) {
         return *status;
     }
-    return BurnConsole(timeout ? std::optional(std::chrono::seconds(*timeout)) : std::nullopt).run(port, file);
+
+    std::unique_ptr<BurnRecord> record;
+    if (!recordPath.isEmpty()) {
+        record = std::make_unique<BurnRecord>(recordPath, plan.job.fileName);
+        for (const QString& problem : {record->open(), record->prepare(plan.ports.size())}) {
+            if (!problem.isEmpty()) {
+                complain(plan.command, problem);
+                return ExitStatus::Failure;
+            }
+        }
+        plan.onReport = [&](const RunReport& report) { record->add(plan.command, label, report); };
+    }
+    const ExitStatus status = runUntilSignal(plan);
+    const bool recordLost = record && !record->isComplete();
+    return recordLost && status != ExitStatus::Stopped ? ExitStatus::Failure : status;
 }
 
 } // namespace
 
-const Command burnCommand = {"burn", "--port NAME [--timeout SECONDS] FILE",
+const Command burnCommand = {"burn", "--port NAME [--port NAME]... [OPTION]... FILE",
     "Waits for the bootloader of the device at a serial port, burns FILE, reads it\n"
     "back and compares it. The log goes to standard output, the reason of a failure\n"
-    "to standard error.",
+    "to standard error. Several devices are burned side by side.",
     burn};

@@ -7,3 +7,12 @@ extern const Command burnCommand;
 
 /// Lists the serial ports of this machine.
 extern const Command portsCommand;
+
+/// Asks a device for its versions and identity.
+extern const Command infoCommand;
+
+/// Compares a device with a firmware file.
+extern const Command verifyCommand;
+
+/// Burns a device after the other as their labels are scanned.
+extern const Command stationCommand;

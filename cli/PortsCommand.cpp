@@ -1,6 +1,8 @@
 #include "cli/PortsCommand.h"
 
 #include "cli/Commands.h"
+#include "cli/Json.h"
+#include "cli/RunOptions.h"
 #include "cli/Terminal.h"
 #include "serial/PortEnumerator.h"
 #include "support/Printable.h"
@@ -63,12 +65,33 @@ QString aligned(const std::vector<QStringList>& rows)
     return table;
 }
 
+ExitStatus printJson()
+{
+    QByteArray text;
+    for (const PortInfo& port : availablePorts()) {
+        text += jsonLine({
+                    {"port", QString::fromStdWString(port.portName)},
+                    {"description", QString::fromStdWString(port.description)},
+                    {"manufacturer", QString::fromStdWString(port.manufacturer)},
+                    {"serialNumber", QString::fromStdWString(port.serialNumber)},
+                    {"vendorId", port.vendorId},
+                    {"productId", port.productId},
+                }) +
+                '\n';
+    }
+    return printOut(text) ? ExitStatus::Success : ExitStatus::Failure;
+}
+
 ExitStatus ports(CommandLine& line, const QStringList& arguments)
 {
+    options::addJson(line);
     line.parse(arguments);
     line.operands(0, "no arguments");
     if (const std::optional<ExitStatus> status = line.verdict()) {
         return *status;
+    }
+    if (options::json(line)) {
+        return printJson();
     }
     QTextStream out(stdout);
     return listPorts(out, isTerminal(stdout));
@@ -76,7 +99,7 @@ ExitStatus ports(CommandLine& line, const QStringList& arguments)
 
 } // namespace
 
-const Command portsCommand = {"ports", "",
+const Command portsCommand = {"ports", "[--json]",
     "Lists the serial ports of this machine, one a line: name, description,\n"
     "manufacturer, serial number, and the vendor and product ids in hexadecimal.\n"
     "On a terminal the fields stand in columns below a header; elsewhere there are\n"

@@ -38,7 +38,7 @@ QString versionLine()
 
 ExitStatus printed(const QString& text)
 {
-    return printOut(text) ? ExitStatus::Success : ExitStatus::Failure;
+    return printOut(text.toLocal8Bit()) ? ExitStatus::Success : ExitStatus::Failure;
 }
 
 /// The command as it is typed.
@@ -194,9 +194,8 @@ ExitStatus runCommand(std::span<const Command> commands, const QStringList& argu
     return ExitStatus::Usage;
 }
 
-bool printOut(const QString& text)
+bool printOut(const QByteArray& bytes)
 {
-    const QByteArray bytes = text.toLocal8Bit();
     const bool written = std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stdout) ==
                              static_cast<std::size_t>(bytes.size()) &&
                          std::fflush(stdout) == 0;

@@ -16,6 +16,7 @@ enum class ExitStatus : int {
     Failure = 1,
     Usage = 2,
     NoDevice = 3,
+    GaveUp = 4,
     /// 128 and the number of SIGINT, as shells report it.
     Stopped = 130,
 };
@@ -105,9 +106,9 @@ struct Command {
 /// command that is missing or unknown. The application has its name and version.
 ExitStatus runCommand(std::span<const Command> commands, const QStringList& arguments);
 
-/// Writes a text to standard output.
-/// @return whether all of it could be written; if not, standard error says why.
-bool printOut(const QString& text);
+/// Writes bytes to standard output.
+/// @return whether all of them could be written; if not, standard error says why.
+bool printOut(const QByteArray& bytes);
 
 /// Writes "PROGRAM: TEXT" as one line to standard error.
 void complain(const QString& program, const QString& text);

@@ -25,8 +25,8 @@ class ConsoleTest : public QObject
 private Q_SLOTS:
     void answers_data()
     {
-        const QString usage = "usage: tavimora-cli ports\n       tavimora-cli ";
-        const QString portsHelp = "usage: tavimora-cli ports\n\nLists the serial ports";
+        const QString usage = "usage: tavimora-cli ports [--json]\n       tavimora-cli ";
+        const QString portsHelp = "usage: tavimora-cli ports [--json]\n\nLists the serial ports";
         QTest::addColumn<QString>("path");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("exitStatus");
@@ -104,6 +104,18 @@ A: type=4
         QVERIFY(run("umockdev-run", command) && program.exitCode() == 0);
         QCOMPARE(program.readAllStandardOutput(), "/dev/ttyS0\tSerial port\t\t\t\n"
                                                   "/dev/ttyUSB10\tFT232R\\u{0009}USB\tFTDI\tA50285BI\t0403:6001\n");
+        QVERIFY(run("umockdev-run", command + QStringList{"--json"}) && program.exitCode() == 0);
+        QCOMPARE(program.readAllStandardOutput(),
+            R"({"description":"Serial port","manufacturer":"","port":"/dev/ttyS0","productId":0,"serialNumber":"",)"
+            R"("vendorId":0})"
+            "\n"
+            R"({"description":"FT232R\tUSB","manufacturer":"FTDI","port":"/dev/ttyUSB10","productId":24577,)"
+            R"("serialNumber":"A50285BI","vendorId":1027})"
+            "\n");
+        const QStringList adapter = {"info", "--port", "usb:0403:6001:A50285BI"};
+        QVERIFY(run("umockdev-run", command.first(4) + adapter) && program.exitCode() == 1);
+        const QByteArray complaint = program.readAllStandardError();
+        QVERIFY2(complaint.startsWith("tavimora-cli info: Can't open serial port '/dev/ttyUSB10'. "), complaint);
 
         const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
         QVERIFY(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);

@@ -114,7 +114,19 @@ const std::vector<BurnCase> burnCases = {
     {.name = "bit that never sets",
         .faults = {"stuck-bit:0x3100.0=0"},
         .deviceOptions = {"--erase-time", "100"},
+        .exitStatus = 4,
+        .log = {notBlank, notBlank, notBlank},
+        .error = "Gave up in Erasing: the memory is not blank after 3 erases. The device has no valid firmware"},
+    {.name = "stopped between endless erases",
+        .faults = {"stuck-bit:0x3100.0=0"},
+        .deviceOptions = {"--erase-time", "100"},
+        .burnOptions = {"--max-erases", "0"},
         .stopAfter = notBlank},
+    {.name = "dead in programming",
+        .faults = {"hangup:write"},
+        .burnOptions = {"--stall", "2"},
+        .exitStatus = 4,
+        .error = "Gave up in Programming: no step was confirmed within 2 s. The device has no valid firmware"},
     {.name = "replies lost", .image = someBlocks, .faults = {"drop:0.2"}},
     {.name = "replies late", .image = someBlocks, .faults = {"late:0.2"}},
     {.name = "long delay", .image = someBlocks, .faults = {"late:1"}, .deviceOptions = {"--late-time", "150"}},
@@ -209,11 +221,12 @@ public:
             QString("exit %1, memory equal %2\n%3%4").arg(exitStatus).arg(equal).arg(log, error).toUtf8();
         QVERIFY2(clock.isValid() && burn.exitStatus() == QProcess::NormalExit, context);
         if (!burnCase.stopAfter.isEmpty()) {
-            QVERIFY2(exitStatus == 130 && error == "tavimora-cli burn: Stopped by a signal\n", context);
+            QVERIFY2(exitStatus == 130 && error.startsWith("tavimora-cli burn: Stopped by a signal"), context);
             QVERIFY2(stopSent && stopLasted < stopLimitMs, context);
         } else if (burnCase.exitStatus) {
             QVERIFY2(exitStatus == *burnCase.exitStatus, context);
-            QVERIFY2(error == (exitStatus == 0 ? "" : "tavimora-cli burn: " + burnCase.error + '\n'), context);
+            QVERIFY2(
+                exitStatus == 0 ? error.isEmpty() : error.startsWith("tavimora-cli burn: " + burnCase.error), context);
         } else {
             QVERIFY2(exitStatus == (equal ? 0 : 1), context);
         }

@@ -193,7 +193,7 @@ ExitStatus runUntilSignal(Options& options)
         complain(programName, problem);
         return ExitStatus::Failure;
     }
-    printOut(QString("A simulated device waits on the port %1 (%2)\n").arg(link.path(), terminal));
+    printOut(QString("A simulated device waits on the port %1 (%2)\n").arg(link.path(), terminal).toLocal8Bit());
 
     device.run(signals.get());
     done = writeMemory(options.memoryFile, device.memory()) && done;

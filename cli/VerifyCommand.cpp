@@ -1,0 +1,38 @@
+#include "cli/Commands.h"
+#include "cli/RunGroup.h"
+#include "cli/RunOptions.h"
+
+namespace
+{
+
+ExitStatus verify(CommandLine& line, const QStringList& arguments)
+{
+    options::addPort(line, false);
+    options::addDeviceTimeout(line);
+    line.addFlag("reset", "Reset the device at the end, which starts its firmware.");
+    options::addJson(line);
+    line.setEpilogue("\nExit status: 0 the device holds what FILE says, 1 it differs or cannot be read,\n"
+                     "2 wrong usage, 3 no device within the time-out, 130 stopped by a signal.\n");
+    line.parse(arguments);
+
+    RunPlan plan;
+    plan.command = "tavimora-cli verify";
+    plan.limits = options::deviceTimeout(line);
+    plan.json = options::json(line);
+    plan.job.task = BurnTask::Verify;
+    plan.job.resetAtEnd = line.isSet("reset");
+    plan.job.fileName = line.operands(1, "one firmware file").constFirst();
+    plan.ports = options::ports(line, false);
+    if (const std::optional<ExitStatus> status = line.verdict()) {
+        return *status;
+    }
+    return runUntilSignal(plan);
+}
+
+} // namespace
+
+const Command verifyCommand = {"verify", "--port NAME [OPTION]... FILE",
+    "Reads the memory of the device at a serial port and compares it with FILE.\n"
+    "Nothing is erased or written. Without --reset the bootloader of the device stays\n"
+    "in charge.",
+    verify};

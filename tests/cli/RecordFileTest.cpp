@@ -1,0 +1,96 @@
+#include "cli/RecordFile.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+class RecordFileTest : public QObject
+{
+    Q_OBJECT
+
+    const QTemporaryDir folder;
+    const QString path = folder.filePath("record");
+
+    QByteArray content() const
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+private Q_SLOTS:
+    void init() { QFile::remove(path); }
+
+    void appends()
+    {
+        RecordFile record(path);
+        QCOMPARE(record.open(), QString());
+        QCOMPARE(content(), QByteArray());
+        QCOMPARE(record.append("one"), QString());
+        QFile torn(path);
+        QVERIFY(torn.open(QIODevice::Append) && torn.write("half") == 4);
+        torn.close();
+        QCOMPARE(record.append("two"), QString());
+        QCOMPARE(record.append("three"), QString());
+        QCOMPARE(content(), QByteArray("one\nhalf\ntwo\nthree\n"));
+    }
+
+    void refuses()
+    {
+        QVERIFY(!RecordFile(folder.path()).open().isEmpty());
+        QVERIFY(!RecordFile(folder.filePath("none/record")).open().isEmpty());
+        const QByteArray pipe = QFile::encodeName(folder.filePath("pipe"));
+        QVERIFY(::mkfifo(pipe.constData(), 0600) == 0);
+        QVERIFY(!RecordFile(QString(pipe)).open().isEmpty());
+    }
+
+    /// A line that does not fit leaves nothing of itself.
+    void fullDisk()
+    {
+        RecordFile record(path);
+        QVERIFY(record.open().isEmpty() && record.append(QByteArray(90, 'x')).isEmpty());
+        const auto handlerBefore = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit before{};
+        ::getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit full{100, before.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &full);
+        const QString problem = record.append(QByteArray(50, 'y'));
+        ::setrlimit(RLIMIT_FSIZE, &before);
+        std::signal(SIGXFSZ, handlerBefore);
+        QVERIFY(!problem.isEmpty());
+        QCOMPARE(content(), QByteArray(90, 'x') + '\n');
+        QCOMPARE(record.append("z"), QString());
+    }
+
+    void severalWriters()
+    {
+        constexpr int writers = 8;
+        constexpr int lines = 8;
+        std::vector<std::thread> threads;
+        for (int writer = 0; writer < writers; ++writer) {
+            threads.emplace_back([this, writer] {
+                RecordFile record(path);
+                record.open();
+                for (int line = 0; line < lines; ++line) {
+                    record.append(QByteArray(5000, char('a' + writer)));
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        const QByteArrayList found = content().split('\n');
+        QCOMPARE(found.size(), writers * lines + 1);
+        for (const QByteArray& line : found.first(writers * lines)) {
+            QCOMPARE(line, QByteArray(5000, line[0]));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(RecordFileTest)
+#include "RecordFileTest.moc"
