@@ -36,8 +36,9 @@ private Q_SLOTS:
         QVERIFY(device.memory() == expected && device.report().resets == 1);
 
         // An adapter that is pulled out neither ends the burn nor holds up its stop.
+        const auto received = device.report().bytesReceived;
         burn.startBurn("COM15", file);
-        QTRY_COMPARE(win32::openHandles(), 4U); // the port and its events
+        QTRY_VERIFY(device.report().bytesReceived > received);
         device.stop();
         QVERIFY(!burn.wait(1000));
         burn.stopBurn();
