@@ -11,26 +11,6 @@
 namespace
 {
 
-/// Decimal, or hexadecimal behind 0x, with an optional minus; nothing else may stand in the text.
-std::optional<std::int64_t> parseNumber(const QString& text)
-{
-    QByteArray digits = text.toUtf8();
-    const bool negative = digits.startsWith('-');
-    digits.remove(0, negative ? 1 : 0);
-    const bool hexadecimal = digits.startsWith("0x") || digits.startsWith("0X");
-    digits.remove(0, hexadecimal ? 2 : 0);
-    if (digits.startsWith('-')) {
-        return std::nullopt;
-    }
-    std::int64_t magnitude = 0;
-    const char* const end = digits.constData() + digits.size();
-    const auto [parsed, error] = std::from_chars(digits.constData(), end, magnitude, hexadecimal ? 16 : 10);
-    if (error != std::errc() || parsed != end) {
-        return std::nullopt;
-    }
-    return negative ? -magnitude : magnitude;
-}
-
 QString versionLine()
 {
     return QStringLiteral("%1 %2\n").arg(QCoreApplication::applicationName(), QCoreApplication::applicationVersion());
@@ -66,6 +46,25 @@ QString usageOf(std::span<const Command> commands)
 }
 
 } // namespace
+
+std::optional<std::int64_t> parseNumber(const QString& text)
+{
+    QByteArray digits = text.toUtf8();
+    const bool negative = digits.startsWith('-');
+    digits.remove(0, negative ? 1 : 0);
+    const bool hexadecimal = digits.startsWith("0x") || digits.startsWith("0X");
+    digits.remove(0, hexadecimal ? 2 : 0);
+    if (digits.startsWith('-')) {
+        return std::nullopt;
+    }
+    std::int64_t magnitude = 0;
+    const char* const end = digits.constData() + digits.size();
+    const auto [parsed, error] = std::from_chars(digits.constData(), end, magnitude, hexadecimal ? 16 : 10);
+    if (error != std::errc() || parsed != end) {
+        return std::nullopt;
+    }
+    return negative ? -magnitude : magnitude;
+}
 
 CommandLine::CommandLine(const QString& command, const QString& synopsis, const QString& description)
     : commandName(command)

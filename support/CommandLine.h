@@ -21,6 +21,9 @@ enum class ExitStatus : int {
     Stopped = 130,
 };
 
+/// The number in `text`: decimal, or hexadecimal behind 0x, with an optional minus; nothing if `text` is anything else.
+std::optional<std::int64_t> parseNumber(const QString& text);
+
 /// Options and arguments of one command of a console program.
 ///
 /// A command adds its options, parses, takes its values, and then asks `verdict` whether it may start. Whatever is

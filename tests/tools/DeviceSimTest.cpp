@@ -22,6 +22,11 @@ namespace
 
 /// The device's host: the other end of the line, by nothing but system calls.
 struct Host {
+    explicit Host(const std::string& port)
+        : line(::open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK))
+    {
+    }
+
     FileDescriptor line;
 
     bool send(const QByteArray& bytes) const
@@ -42,11 +47,6 @@ struct Host {
         return bytes;
     }
 };
-
-Host openLine(const std::string& port)
-{
-    return {FileDescriptor(::open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK))};
-}
 
 // Frames as they stand on the line, checksums worked out by hand.
 const auto hex = QByteArray::fromHex;
@@ -154,7 +154,7 @@ private Q_SLOTS:
         }
         DeviceSim device(config);
         QVERIFY2(device.start(), device.errorString().c_str());
-        const Host host = openLine(device.portName());
+        const Host host(device.portName());
         for (const Turn& turn : conversation->turns) {
             QVERIFY(host.send(turn.request));
             QByteArray reply = host.receive(turn.accepts ? 1 : turn.reply.size(), 10s);
@@ -172,10 +172,10 @@ private Q_SLOTS:
         QVERIFY2(device.start(), device.errorString().c_str());
         const auto isExclusive = [&] {
             int exclusive = 0;
-            const Host other = openLine(device.portName());
+            const Host other(device.portName());
             return !other.line.isValid() || ::ioctl(other.line.get(), TIOCGEXCL, &exclusive) != 0 || exclusive != 0;
         };
-        Host host = openLine(device.portName());
+        Host host(device.portName());
         QVERIFY(::ioctl(host.line.get(), TIOCEXCL) == 0 && isExclusive());
         host.line.reset();
         QTRY_VERIFY(!isExclusive());
@@ -189,7 +189,7 @@ private Q_SLOTS:
             config.baudRate = baudRate;
             DeviceSim device(config);
             QVERIFY2(device.start(), device.errorString().c_str());
-            const Host host = openLine(device.portName());
+            const Host host(device.portName());
             for (const int received : {1, 520}) {
                 const QByteArray frame = received == 1 ? writeBlock : readBlock;
                 const double lineTime = double(frame.size() + received) * 10e9 / baudRate;
@@ -231,7 +231,7 @@ private Q_SLOTS:
         QVERIFY(QDir(folder.path()).mkdir("serial") && QFile::link("/dev/pts/99999", link)); // left by a killed one
         device.start(DEVICESIM_PROGRAM, {"--once", "--memory", memory.fileName(), "--report", report.fileName()});
         QVERIFY(device.waitForReadyRead(10000) && device.readAll().contains(link.toLocal8Bit()));
-        QVERIFY(openLine(link.toStdString()).send(writeWords + reset));
+        QVERIFY(Host(link.toStdString()).send(writeWords + reset));
         QVERIFY(device.waitForFinished(10000) && device.exitCode() == 0 && !QFileInfo(link).isSymLink());
         memory.close();
         QVERIFY(memory.open(QIODevice::ReadOnly) && report.open(QIODevice::ReadOnly));

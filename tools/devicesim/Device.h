@@ -89,7 +89,7 @@ private:
     std::size_t passing = 0;
     std::size_t losing = 0;
     /// Requests from the one on that the hang-up counts from.
-    std::uint64_t requestCount = 0;
+    std::int64_t requestCount = 0;
     /// `FaultPlan::dirtyBlank` is still to come, with the first erase; and it hits the next blank check.
     bool dirtyBlankLeft = false;
     bool dirtyBlankDue = false;

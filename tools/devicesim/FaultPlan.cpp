@@ -1,5 +1,7 @@
 #include "tools/devicesim/FaultPlan.h"
 
+#include "support/CommandLine.h"
+
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -10,75 +12,67 @@ namespace devicesim
 namespace
 {
 
-constexpr double defaultProbability = 0.1;
-constexpr std::uint64_t defaultStartDelayMs = 2000;
-constexpr std::uint64_t hourMs = 3'600'000;
+constexpr std::int64_t hourMs = 3'600'000;
 
 struct FaultEntry {
     const char* name;
-    /// What may follow the name and a colon; null if nothing may.
+    /// What may follow the name and a colon; null for a fault without a value.
     const char* value;
+    const char* defaultValue;
     const char* effect;
-    /// Takes the text behind the colon, which is null without one. False: the text is wrong.
-    bool (*apply)(FaultPlan& plan, const QString& text);
+    /// False: the value is wrong.
+    bool (*apply)(FaultPlan& plan, const QString& value);
 };
 
-/// In decimal, in hexadecimal behind 0x, or in octal behind 0.
-std::optional<std::uint64_t> readNumber(const QString& text, std::uint64_t largest)
+/// @return the number in `text` if it is one from 0 to `largest`.
+std::optional<std::int64_t> readNumber(const QString& text, std::int64_t largest)
 {
-    bool ok = false;
-    const std::uint64_t number = text.toULongLong(&ok, 0);
-    return ok && number <= largest ? std::optional(number) : std::nullopt;
+    const std::optional<std::int64_t> number = parseNumber(text);
+    return number && *number >= 0 && *number <= largest ? number : std::nullopt;
 }
 
 template <Fault Kind>
-bool applyProbability(FaultPlan& plan, const QString& text)
+bool applyProbability(FaultPlan& plan, const QString& value)
 {
-    bool ok = true;
-    const double probability = text.isNull() ? defaultProbability : text.toDouble(&ok);
+    bool ok = false;
+    const double probability = value.toDouble(&ok);
     plan.probabilities[indexOf(Kind)] = probability;
     return ok && probability >= 0 && probability <= 1;
 }
 
-bool applyStuckBit(FaultPlan& plan, const QString& text)
+bool applyStuckBit(FaultPlan& plan, const QString& value)
 {
     static const QRegularExpression form("^([^.=]+)(?:\\.([0-7]))?(?:=([01]))?$");
-    const QRegularExpressionMatch match = form.match(text.isNull() ? "0x3100.0=1" : text);
-    const std::optional<std::uint64_t> address = readNumber(match.captured(1), Memory::size - 1);
+    const QRegularExpressionMatch match = form.match(value);
+    const std::optional<std::int64_t> address = readNumber(match.captured(1), Memory::size - 1);
     const int bit = match.captured(2).toInt();
     plan.stuckBits.push_back({static_cast<std::uint16_t>(address.value_or(0)), bit, match.captured(3) != u"0"});
     return address.has_value();
 }
 
-bool applyDirtyBlank(FaultPlan& plan, const QString& text)
+bool applyDirtyBlank(FaultPlan& plan, const QString& /*value*/)
 {
     plan.dirtyBlank = true;
-    return text.isNull();
+    return true;
 }
 
-bool applyHangup(FaultPlan& plan, const QString& text)
+bool applyHangup(FaultPlan& plan, const QString& value)
 {
-    plan.hangupAt = 1;
-    if (text.isNull()) {
-        return true;
-    }
-    const QString command = text.section(u'+', 0, 0);
+    const QString command = value.section(u'+', 0, 0);
     plan.hangupFrom = commandNamed(command.toStdString());
     if (!plan.hangupFrom) {
-        plan.hangupAt = readNumber(text, UINT32_MAX).value_or(0);
+        plan.hangupAt = readNumber(value, UINT32_MAX).value_or(0);
         return plan.hangupAt > 0;
     }
-    if (command == text) {
-        return true;
-    }
-    const std::optional<std::uint64_t> behind = readNumber(text.mid(command.size() + 1), UINT32_MAX);
-    plan.hangupAt = 1 + behind.value_or(0);
-    return behind.has_value();
+    const QString behind = command == value ? "0" : value.mid(command.size() + 1);
+    const std::optional<std::int64_t> number = readNumber(behind, UINT32_MAX);
+    plan.hangupAt = 1 + number.value_or(0);
+    return number.has_value();
 }
 
-bool applyLateStart(FaultPlan& plan, const QString& text)
+bool applyLateStart(FaultPlan& plan, const QString& value)
 {
-    const std::optional<std::uint64_t> delay = text.isNull() ? defaultStartDelayMs : readNumber(text, hourMs);
+    const std::optional<std::int64_t> delay = readNumber(value, hourMs);
     plan.startDelay = std::chrono::milliseconds(delay.value_or(0));
     return delay.has_value();
 }
@@ -86,7 +80,7 @@ bool applyLateStart(FaultPlan& plan, const QString& text)
 template <Fault Kind>
 constexpr FaultEntry chance(const char* effect)
 {
-    return {faultNames[indexOf(Kind)], "PROBABILITY", effect, applyProbability<Kind>};
+    return {faultNames[indexOf(Kind)], "PROBABILITY", "0.1", effect, applyProbability<Kind>};
 }
 
 constexpr std::array faultTable = {
@@ -98,12 +92,13 @@ constexpr std::array faultTable = {
     chance<Fault::Noise>("bytes that are no status precede the reply"),
     chance<Fault::Stray>("a status byte too many precedes the reply"),
     chance<Fault::Lose>("bytes of the request are lost"),
-    FaultEntry{"stuck-bit", "ADDRESS[.BIT][=0|1]",
-        "a bit never clears (=1) or never sets (=0), each time another (default 0x3100.0=1)", applyStuckBit},
-    FaultEntry{"dirty-blank", nullptr, "the first blank check after an erase answers not blank", applyDirtyBlank},
-    FaultEntry{"hangup", "N|COMMAND[+N]",
-        "the line hangs up at the Nth request, or N behind the first COMMAND (default 1)", applyHangup},
-    FaultEntry{"late-start", "MS", "the device hears nothing for so long at first (default 2000)", applyLateStart},
+    FaultEntry{"stuck-bit", "ADDRESS[.BIT][=0|1]", "0x3100.0=1",
+        "a bit never clears (=1) or never sets (=0), each time another", applyStuckBit},
+    FaultEntry{
+        "dirty-blank", nullptr, nullptr, "the first blank check after an erase answers not blank", applyDirtyBlank},
+    FaultEntry{"hangup", "N|COMMAND[+N]", "1", "the line hangs up at the Nth request, or N behind the first COMMAND",
+        applyHangup},
+    FaultEntry{"late-start", "MS", "2000", "the device hears nothing for so long at first", applyLateStart},
 };
 
 } // namespace
@@ -111,7 +106,7 @@ constexpr std::array faultTable = {
 QString FaultPlan::add(const QString& text)
 {
     const QString name = text.section(u':', 0, 0);
-    const QString value = name == text ? QString() : text.mid(name.size() + 1);
+    const bool hasValue = name != text;
     const auto* const entry = std::ranges::find_if(
         faultTable, [&name](const FaultEntry& known) { return name == QLatin1String(known.name); });
     if (entry == faultTable.end()) {
@@ -125,19 +120,23 @@ QString FaultPlan::add(const QString& text)
         return QString("the fault '%1' is there twice").arg(name);
     }
     given += name;
-    if (!entry->apply(*this, value)) {
-        const QString form = entry->value != nullptr ? QString("%1:%2").arg(name, entry->value) : name;
-        return QString("wrong value in the fault '%1', expected %2").arg(text, form);
+    if (hasValue && entry->value == nullptr) {
+        return QString("wrong value in the fault '%1', expected %2").arg(text, name);
+    }
+    if (!entry->apply(*this, hasValue ? text.mid(name.size() + 1) : entry->defaultValue)) {
+        return QString("wrong value in the fault '%1', expected %2:%3").arg(text, name, entry->value);
     }
     return {};
 }
 
 QString FaultPlan::help()
 {
-    QString lines = "Faults; a PROBABILITY is one per request, 0 to 1 (default 0.1):\n";
+    QString lines = "Faults; a PROBABILITY is one per request, 0 to 1:\n";
     for (const FaultEntry& entry : faultTable) {
-        const QString value = entry.value != nullptr ? QString("[:%1]").arg(entry.value) : QString();
-        lines += QString("  %1 %2\n").arg(entry.name + value, -31).arg(entry.effect);
+        const bool takesValue = entry.value != nullptr;
+        const QString form = takesValue ? QString("%1[:%2]").arg(entry.name, entry.value) : entry.name;
+        const QString byDefault = takesValue ? QString(" (default %1)").arg(entry.defaultValue) : QString();
+        lines += QString("  %1 %2%3\n").arg(form, -31).arg(entry.effect, byDefault);
     }
     return lines;
 }

@@ -51,7 +51,7 @@ struct FaultPlan {
     /// The first blank check after the first erase answers that the memory is not blank.
     bool dirtyBlank = false;
     /// The line hangs up at this request, counted from 1, instead of a reply; 0: never.
-    std::uint64_t hangupAt = 0;
+    std::int64_t hangupAt = 0;
     /// What `hangupAt` counts from: the first request with this command, or the first of all.
     std::optional<Command> hangupFrom;
     /// For this time after its start the device ignores what it receives.
