@@ -1,6 +1,7 @@
 #include "bootloader/BootloaderClient.h"
 #include "tools/devicesim/DeviceSim.h"
 
+#include <QDeadlineTimer>
 #include <QTest>
 
 #include <numeric>
@@ -35,10 +36,12 @@ private Q_SLOTS:
         client.echoOn = config.echo;
         QVERIFY(client.open(device.portName(), config.baudRate));
 
-        // A machine under load can hold up either end for longer than a reply may take: a step may be tried again.
-        const auto eventually = [&](const auto& step) {
+        // A machine under load can hold up either end for longer than a reply may take, and what is left of a damaged
+        // reply looks like several answers: a step is tried again for a while.
+        const auto eventually = [](const auto& step) {
+            const QDeadlineTimer limit(10000);
             bool done = step();
-            for (int attempt = 1; attempt < 5 && !done; ++attempt) {
+            while (!done && !limit.hasExpired()) {
                 done = step();
             }
             return done;
