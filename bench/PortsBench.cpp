@@ -2,7 +2,7 @@
 // devices are umockdev's, which makes each look into sysfs dearer than the kernel's own.
 
 #include "serial/PortEnumerator.h"
-#include "tests/serial/MockMachine.h"
+#include "tests/support/MockMachine.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "serial/PortInfo.h"
+#include "serial/PortEnumerator.h"
 
 #include <QString>
 #include <QStringList>

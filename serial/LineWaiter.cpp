@@ -7,20 +7,10 @@
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 
-namespace
-{
-
-bool isSignalled(const pollfd& entry)
-{
-    return entry.revents != 0;
-}
-
-} // namespace
-
 LineWaiter::LineWaiter()
     : cancelEvent(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
-    // A timer descriptor instead of the time-out of poll(), since the kernel lets the latter run over by its timer
-    // slack, 50 microseconds and more, which is five characters at 921600 baud.
+    // A timer descriptor instead of the time-out of poll(), which the kernel extends by its timer slack: 50
+    // microseconds and more, or five characters at 921600 baud.
     , timer(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK))
 {
     if (!cancelEvent.isValid() || !timer.isValid()) {
@@ -49,17 +39,17 @@ bool LineWaiter::isCancelled() const
 LineWaiter::Wake LineWaiter::wait(int line, short events, Clock::time_point deadline)
 {
     armTimer(deadline);
-    // poll() passes over negative descriptors.
+    // poll() ignores negative descriptors.
     std::array<pollfd, 3> entries{{{line, events, 0}, {cancelEvent.get(), POLLIN, 0}, {timer.get(), POLLIN, 0}}};
     while (::poll(entries.data(), entries.size(), -1) < 0) {
         if (errno != EINTR && errno != EAGAIN) {
             return Wake::Deadline;
         }
     }
-    if (isSignalled(entries[0])) {
+    if (entries[0].revents != 0) {
         return Wake::Line;
     }
-    return isSignalled(entries[1]) ? Wake::Cancel : Wake::Deadline;
+    return entries[1].revents != 0 ? Wake::Cancel : Wake::Deadline;
 }
 
 LineWaiter::Wake LineWaiter::sleep(Clock::time_point deadline)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "serial/DeviceApi.h"
-#include "serial/PortInfo.h"
+#include "serial/PortEnumerator.h"
 
 #include <cstdint>
 #include <string>

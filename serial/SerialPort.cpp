@@ -6,7 +6,7 @@
 #ifdef _WIN32
 #include "serial/SerialPortWin.h"
 #else
-#include "serial/SerialPortPosix.h"
+#include "serial/SerialPortLinux.h"
 #endif
 
 std::unique_ptr<SerialPort> SerialPort::create(const PortSettings& portSettings)
@@ -14,7 +14,7 @@ std::unique_ptr<SerialPort> SerialPort::create(const PortSettings& portSettings)
 #ifdef _WIN32
     return std::make_unique<SerialPortWin>(portSettings);
 #else
-    return std::make_unique<SerialPortPosix>(portSettings);
+    return std::make_unique<SerialPortLinux>(portSettings);
 #endif
 }
 
@@ -23,9 +23,9 @@ void SerialPort::setPortName(const std::string& name)
     settings.portName = name;
 }
 
-void SerialPort::setBaudRate(std::uint32_t bitsPerSecond)
+void SerialPort::setBaudRate(std::uint32_t baudRate)
 {
-    settings.baudRate = bitsPerSecond;
+    settings.baudRate = baudRate;
     if (isOpen()) {
         applySettings();
     }

@@ -78,7 +78,7 @@ public:
     void setPortName(const std::string& name);
 
     /// Takes effect at once on an open port; a rate that the port refuses is not reported.
-    void setBaudRate(std::uint32_t bitsPerSecond);
+    void setBaudRate(std::uint32_t baudRate);
 
     /// Takes effect at once on an open port; a parity that the port refuses is not reported.
     void setParity(PortParity value);

@@ -19,12 +19,7 @@
 namespace
 {
 
-// Majors of the far ends of Unix98 pseudo-terminals (Linux, Documentation/admin-guide/devices.txt).
-constexpr unsigned firstPseudoTerminalMajor = 136;
-constexpr unsigned lastPseudoTerminalMajor = 143;
-
-// How far a rate out of a divided clock may lie beside the one asked for. Two sides of a line bear some 5 % between
-// them, of which the device uses up its own part.
+// Maximum deviation of the actual baud rate: 3 % of the roughly 5 % that both ends tolerate together.
 constexpr double rateTolerance = 0.03;
 
 constexpr int lowLatency = static_cast<int>(ASYNC_LOW_LATENCY);
@@ -36,15 +31,10 @@ int control(int descriptor, unsigned long request, Argument... argument)
     return ::ioctl(descriptor, request, argument...) < 0 ? errno : 0;
 }
 
-bool isPseudoTerminal(int descriptor)
+bool isPseudo(int descriptor)
 {
-    struct stat status {
-    };
-    if (::fstat(descriptor, &status) != 0) {
-        return false;
-    }
-    const auto number = major(status.st_rdev);
-    return number >= firstPseudoTerminalMajor && number <= lastPseudoTerminalMajor;
+    struct stat status = {};
+    return ::fstat(descriptor, &status) == 0 && TerminalLine::isPseudoTerminal(status.st_rdev);
 }
 
 tcflag_t dataBitsFlag(std::uint8_t dataBits)
@@ -53,7 +43,7 @@ tcflag_t dataBitsFlag(std::uint8_t dataBits)
     return flags.at(static_cast<std::size_t>(dataBits - 5));
 }
 
-tcflag_t parityFlags(PortParity parity, tcflag_t present)
+tcflag_t parityFlags(PortParity parity, tcflag_t current)
 {
     switch (parity) {
     case PortParity::None:
@@ -67,11 +57,11 @@ tcflag_t parityFlags(PortParity parity, tcflag_t present)
     case PortParity::Space:
         return PARENB | CMSPAR;
     }
-    return present & (PARENB | PARODD | CMSPAR);
+    return current & (PARENB | PARODD | CMSPAR);
 }
 
-// CSTOPB means 1.5 stop bits with five data bits on the usual hardware and two with more. Two also serve a receiver
-// that expects 1.5, to which the rest is a pause.
+// CSTOPB means 1.5 stop bits with five data bits on common hardware and two with more. Two also serve a receiver that
+// expects 1.5: it takes the rest for a pause.
 tcflag_t stopBitsFlag(PortStopBits stopBits)
 {
     return stopBits == PortStopBits::One ? 0 : CSTOPB;
@@ -92,10 +82,10 @@ void makeRaw(termios2& mode)
 
 void setFormat(termios2& mode, const PortSettings& settings)
 {
-    const auto present = mode.c_cflag;
+    const auto current = mode.c_cflag;
     mode.c_cflag &= ~formatBits;
     mode.c_cflag |=
-        dataBitsFlag(settings.dataBits) | parityFlags(settings.parity, present) | stopBitsFlag(settings.stopBits);
+        dataBitsFlag(settings.dataBits) | parityFlags(settings.parity, current) | stopBitsFlag(settings.stopBits);
 }
 
 void setRate(termios2& mode, std::uint32_t baudRate)
@@ -145,6 +135,14 @@ struct TerminalLine::Original {
     bool latencyLowered = false;
 };
 
+bool TerminalLine::isPseudoTerminal(dev_t device)
+{
+    // Linux, Documentation/admin-guide/devices.txt.
+    constexpr unsigned firstMajor = 136;
+    constexpr unsigned lastMajor = 143;
+    return major(device) >= firstMajor && major(device) <= lastMajor;
+}
+
 TerminalLine::TerminalLine() = default;
 
 TerminalLine::~TerminalLine()
@@ -153,7 +151,8 @@ TerminalLine::~TerminalLine()
         return;
     }
     restore();
-    // Both by hand: the flag stays on a terminal that others keep open, the lock with a process that was forked off.
+    // The exclusive mode outlasts the closing while another program holds the terminal open, the lock while a forked
+    // process holds the descriptor.
     control(device.get(), TIOCNXCL);
     ::flock(device.get(), LOCK_UN);
 }
@@ -165,7 +164,7 @@ int TerminalLine::open(const std::string& path, const PortSettings& settings)
     if (!device.isValid()) {
         return errno;
     }
-    pseudo = isPseudoTerminal(device.get());
+    pseudo = isPseudo(device.get());
     if (const int error = claim()) {
         return error;
     }
@@ -185,7 +184,7 @@ int TerminalLine::claim()
     if (const int error = control(device.get(), TCGETS2, &mode)) {
         return error;
     }
-    // Not both ways are known to every program, and the exclusive mode does not stop root.
+    // Both ways, since few programs look at both, and the exclusive mode does not stop root.
     if (::flock(device.get(), LOCK_EX | LOCK_NB) != 0) {
         return errno == EWOULDBLOCK ? EBUSY : errno;
     }
@@ -202,15 +201,15 @@ int TerminalLine::claim()
 
 int TerminalLine::save()
 {
-    auto present = std::make_unique<Original>();
-    if (const int error = control(device.get(), TCGETS2, &present->mode)) {
+    auto current = std::make_unique<Original>();
+    if (const int error = control(device.get(), TCGETS2, &current->mode)) {
         return error;
     }
     int lines = 0;
     if (control(device.get(), TIOCMGET, &lines) == 0) {
-        present->modemLines = lines;
+        current->modemLines = lines;
     }
-    original = std::move(present);
+    original = std::move(current);
     return 0;
 }
 
@@ -231,7 +230,7 @@ int TerminalLine::apply(const PortSettings& settings)
         return error;
     }
 
-    // The setting succeeds when the driver took any part of it.
+    // TCSETS2 succeeds when the driver has taken any part of the settings.
     termios2 taken{};
     if (const int error = control(device.get(), TCGETS2, &taken)) {
         return error;
@@ -251,7 +250,7 @@ int TerminalLine::setModemLines(bool dtr, bool rts)
     const int lowered = (TIOCM_DTR | TIOCM_RTS) & ~raised;
     for (const auto& [request, lines] : {std::pair(TIOCMBIC, lowered), std::pair(TIOCMBIS, raised)}) {
         const int error = lines == 0 ? 0 : control(device.get(), static_cast<unsigned long>(request), &lines);
-        // What these two say is that there are no modem lines.
+        // These two mean that there are no modem lines.
         if (error != 0 && error != ENOTTY && error != EINVAL) {
             return error;
         }
@@ -271,7 +270,7 @@ void TerminalLine::askForLowLatency()
 
 void TerminalLine::restore()
 {
-    // First, since what is left unsent would go out at the old rate, or make the closing wait for it.
+    // First, since unsent bytes would go out at the old rate, or delay the closing.
     discard(false, true);
     if (original == nullptr) {
         return;
@@ -282,8 +281,8 @@ void TerminalLine::restore()
         control(device.get(), TIOCSSERIAL, &driver);
     }
     control(device.get(), TCSETS2, &original->mode);
-    // With HUPCL the kernel lowers both lines at the last close. To raise them for the moment until then would be a
-    // pulse, and there are devices that are reset by one.
+    // With HUPCL the kernel lowers both lines at the last close. Raising them until then would be a pulse, and such a
+    // pulse resets some devices.
     if (original->modemLines && (original->mode.c_cflag & HUPCL) == 0) {
         setModemLines((*original->modemLines & TIOCM_DTR) != 0, (*original->modemLines & TIOCM_RTS) != 0);
     }
@@ -310,7 +309,7 @@ std::optional<std::size_t> TerminalLine::unsentBytes() const
 
 std::chrono::nanoseconds TerminalLine::transmissionTime(std::size_t count) const
 {
-    // A bound that no wait comes near, so that the conversion cannot overflow.
+    // Seconds; longer than any wait, and small enough for the conversion.
     constexpr double longest = 1e9;
     const std::chrono::duration<double> time(std::min(static_cast<double>(count) / charactersPerSecond, longest));
     return std::chrono::ceil<std::chrono::nanoseconds>(time);

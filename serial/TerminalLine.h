@@ -9,8 +9,9 @@
 #include <optional>
 #include <string>
 
-/// A terminal device held exclusively and used as a raw line for bytes. What was changed on it is put back when the
-/// object goes.
+#include <sys/types.h>
+
+/// A terminal device held exclusively and used as a raw line for bytes. The destructor restores what was changed on it.
 ///
 /// Failures come back as errno values, 0 being success.
 class TerminalLine
@@ -29,12 +30,15 @@ public:
     ///         take the settings, or what the system says.
     int open(const std::string& path, const PortSettings& settings);
 
-    /// Puts rate, character format and modem lines in force. Settings that the driver did not take leave those before
-    /// in force; on a pseudo-terminal, which has no line, any are taken.
+    /// Sets rate, character format and modem lines. Where the driver does not take a setting, those before stay in
+    /// force and the result is EINVAL; a pseudo-terminal takes any.
     int apply(const PortSettings& settings);
 
     /// Drops what is queued in the directions asked for.
     int discard(bool input, bool output);
+
+    /// Whether a character device is a pseudo-terminal, which has no line.
+    static bool isPseudoTerminal(dev_t device);
 
     /// The non-blocking descriptor to read from and write to.
     int descriptor() const { return device.get(); }
@@ -42,8 +46,8 @@ public:
     /// Received bytes in the queue of the kernel; nothing when the line has hung up.
     std::optional<std::size_t> receivedBytes() const;
 
-    /// Bytes in the queue of the kernel that have not left yet, as far as the driver tells; nothing when the line has
-    /// hung up.
+    /// Bytes in the queue of the kernel that have not left yet, 0 where the driver cannot tell; nothing when the line
+    /// has hung up.
     std::optional<std::size_t> unsentBytes() const;
 
     /// Time that `count` characters take on the line, start, parity and stop bits included.

@@ -1,5 +1,7 @@
-#include "cli/PortsCommand.h"
-#include "tests/serial/MockMachine.h"
+#include "serial/PortEnumerator.h"
+
+#include "support/Printable.h"
+#include "tests/support/MockMachine.h"
 
 #include <QDir>
 #include <QRegularExpression>
@@ -17,13 +19,18 @@ class PortEnumeratorTest : public QObject
 
     const QTemporaryDir runtime;
 
-    /// What tavimora-cli prints, with bars for the tabs.
+    /// One line for each port, with bars between the fields.
     static QString listing()
     {
-        QString text;
-        QTextStream out(&text);
-        return listPorts(out, false) == ExitStatus::Success ? text.replace('\t', '|').chopped(text.isEmpty() ? 0 : 1)
-                                                            : QStringLiteral("failed");
+        QStringList lines;
+        for (const PortInfo& port : availablePorts()) {
+            const QString ids =
+                QStringLiteral("%1:%2").arg(port.vendorId, 4, 16, QChar('0')).arg(port.productId, 4, 16, QChar('0'));
+            const std::wstring texts =
+                port.portName + L'|' + port.description + L'|' + port.manufacturer + L'|' + port.serialNumber + L'|';
+            lines += printable(QString::fromStdWString(texts)) + (ids == "0000:0000" ? QString() : ids);
+        }
+        return lines.join('\n');
     }
 
 private Q_SLOTS:

@@ -1,5 +1,5 @@
 #include "serial/SerialPortWin.h"
-#include "tests/serial/SerialPortContract.h"
+#include "tests/support/SerialPortContract.h"
 
 #ifdef _WIN32
 int main(int argc, char** argv)
@@ -15,7 +15,7 @@ int main(int argc, char** argv)
 }
 #else
 #include "standin/win32/Win32Layer.h"
-#include "tests/serial/PtyLine.h"
+#include "tests/support/PtyLine.h"
 
 /// The serial port COM15, over a pseudo-terminal.
 class ComLine : public PtyLine

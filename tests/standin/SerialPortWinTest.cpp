@@ -1,7 +1,7 @@
 #include "serial/SerialPortWin.h"
 
 #include "standin/win32/Win32Layer.h"
-#include "tests/serial/PtyLine.h"
+#include "tests/support/PtyLine.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/serial/SerialPortContract.h"
+#include "tests/support/SerialPortContract.h"
 
 #include <QDeadlineTimer>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "tests/serial/SerialPortContract.h"
+#include "tests/support/SerialPortContract.h"
 
 #include <QProcess>
 #include <QRandomGenerator>

@@ -7,11 +7,11 @@
 /// The serial port of Linux: a terminal device, opened by its path or by its name in /dev.
 ///
 /// A line that has hung up, because its adapter was pulled out, looks like silence: `read` and `write` wait out their
-/// limit and return, and `errorString` tells why. Nothing here waits on the processor.
-class SerialPortPosix final : public SerialPort
+/// limit and return, and `errorString` tells why. No wait uses the processor.
+class SerialPortLinux final : public SerialPort
 {
 public:
-    explicit SerialPortPosix(const PortSettings& portSettings);
+    explicit SerialPortLinux(const PortSettings& portSettings);
 
     bool open() override;
     void close() override;
@@ -39,12 +39,12 @@ private:
 
     Transfer handOver(
         const std::uint8_t* buffer, std::size_t size, Clock::time_point deadline, std::size_t& handedOver);
-    Transfer awaitDeparture(Clock::time_point expected, Clock::time_point deadline);
+    Transfer drain(Clock::time_point expected, Clock::time_point deadline);
     std::size_t bytesThatLeft(std::size_t handedOver, Clock::duration sinceStart) const;
 
-    /// Keeps the reason of a failure.
-    /// @return whether there was none, that is `code` is 0.
+    /// @return whether `code`, an errno value, is 0; if not, it is kept as the reason of the failure.
     bool succeeded(int code);
+    void fail(int code);
 
     LineWaiter waiter;
     /// The open line; none when the port is closed.

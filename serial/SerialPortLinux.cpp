@@ -1,11 +1,13 @@
-#include "serial/SerialPortPosix.h"
-
-#include "serial/PortErrorText.h"
+#include "serial/SerialPortLinux.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstring>
 
+#include <grp.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace std::chrono_literals;
@@ -13,7 +15,7 @@ using namespace std::chrono_literals;
 namespace
 {
 
-// Between two looks at an output queue that does not get shorter.
+// Between two looks at an output queue that does not shrink.
 constexpr auto shortestNap = 100us;
 constexpr auto longestNap = 10ms;
 
@@ -28,14 +30,89 @@ bool isTemporary(int code)
     return code == EAGAIN || code == EWOULDBLOCK || code == EINTR;
 }
 
+std::wstring widen(const std::string& text)
+{
+    std::wstring wide;
+    for (const char character : text) {
+        wide += static_cast<wchar_t>(static_cast<unsigned char>(character));
+    }
+    return wide;
+}
+
+/// Name of the group that may read and write the device; empty when there is none, or nobody's name for it.
+std::string groupWithAccess(const std::string& path)
+{
+    constexpr mode_t groupAccess = S_IRGRP | S_IWGRP;
+    struct stat status {
+    };
+    if (::stat(path.c_str(), &status) != 0 || (status.st_mode & groupAccess) != groupAccess) {
+        return {};
+    }
+    std::array<char, 4096> text{};
+    group entry{};
+    group* found = nullptr;
+    if (::getgrgid_r(status.st_gid, &entry, text.data(), text.size(), &found) != 0 || found == nullptr) {
+        return {};
+    }
+    return found->gr_name;
+}
+
+std::wstring permissionText(const std::string& path)
+{
+    const std::string owners = groupWithAccess(path);
+    if (owners.empty()) {
+        return L"You have no permission to use this port.";
+    }
+    return L"You have no permission to use this port. It is open to the group " + widen(owners) +
+           L": add yourself to it, log out and log in again.";
+}
+
+std::wstring settingsText(const PortSettings& settings)
+{
+    return L"The port does not support these line settings: " + std::to_wstring(settings.baudRate) + L" baud, " +
+           std::to_wstring(settings.dataBits) + L" data bits.";
+}
+
+/// What to tell the user about the failure `code` (an errno value) of the port whose device is at `path`: why it failed
+/// and what helps.
+std::wstring errorText(int code, const std::string& path, const PortSettings& settings)
+{
+    switch (code) {
+    case ENOENT:
+    case ENODEV:
+    case ENXIO:
+    case ENOTDIR:
+        return L"There is no such port. Check that the device is plugged in.";
+    case EBUSY:
+        return L"The port is in use by another program. Close that program and try again.";
+    case EACCES:
+    case EPERM:
+        return permissionText(path);
+    case ENOTTY:
+    case EISDIR:
+        return L"This is not a serial port.";
+    case EIO:
+        return L"The port does not answer. Check that the device is plugged in.";
+    case EINVAL:
+        return settingsText(settings);
+    default:
+        break;
+    }
+    // Unlike strerror() neither translated nor shared between threads.
+    if (const char* description = ::strerrordesc_np(code)) {
+        return widen(description);
+    }
+    return L"Error " + std::to_wstring(code) + L": <unknown error>";
+}
+
 } // namespace
 
-SerialPortPosix::SerialPortPosix(const PortSettings& portSettings)
+SerialPortLinux::SerialPortLinux(const PortSettings& portSettings)
     : SerialPort(portSettings)
 {
 }
 
-bool SerialPortPosix::open()
+bool SerialPortLinux::open()
 {
     close();
     waiter.liftCancel();
@@ -50,46 +127,46 @@ bool SerialPortPosix::open()
     return applyTimeouts();
 }
 
-void SerialPortPosix::close()
+void SerialPortLinux::close()
 {
     line.reset();
 }
 
-bool SerialPortPosix::isOpen() const
+bool SerialPortLinux::isOpen() const
 {
     return line != nullptr;
 }
 
-void SerialPortPosix::cancel()
+void SerialPortLinux::cancel()
 {
     waiter.cancel();
 }
 
-std::wstring SerialPortPosix::errorString() const
+std::wstring SerialPortLinux::errorString() const
 {
     return lastError;
 }
 
-bool SerialPortPosix::purge(bool receive, bool transmit)
+bool SerialPortLinux::purge(bool receive, bool transmit)
 {
     return !line || succeeded(line->discard(receive, transmit));
 }
 
-std::uint32_t SerialPortPosix::bytesAvailable() const
+std::uint32_t SerialPortLinux::bytesAvailable() const
 {
     return line ? static_cast<std::uint32_t>(line->receivedBytes().value_or(0)) : 0;
 }
 
-std::size_t SerialPortPosix::write(const std::uint8_t* buffer, std::size_t size)
+std::size_t SerialPortLinux::write(const std::uint8_t* buffer, std::size_t size)
 {
     if (buffer == nullptr || size == 0) {
         return 0;
     }
     if (!line) {
-        succeeded(EBADF);
+        fail(EBADF);
         return 0;
     }
-    // Every write has to wait, be it for the time on the line.
+    // Every write has to wait, at least for the time that it takes on the line.
     if (waiter.isCancelled()) {
         return 0;
     }
@@ -99,7 +176,7 @@ std::size_t SerialPortPosix::write(const std::uint8_t* buffer, std::size_t size)
     std::size_t handedOver = 0;
     Transfer transfer = handOver(buffer, size, deadline, handedOver);
     if (transfer == Transfer::Complete) {
-        transfer = awaitDeparture(start + line->transmissionTime(size), deadline);
+        transfer = drain(start + line->transmissionTime(size), deadline);
     }
 
     switch (transfer) {
@@ -114,7 +191,7 @@ std::size_t SerialPortPosix::write(const std::uint8_t* buffer, std::size_t size)
         line->discard(false, true);
         return 0;
     case Transfer::HungUp:
-        succeeded(EIO);
+        fail(EIO);
         waiter.sleep(deadline);
         return 0;
     }
@@ -122,7 +199,7 @@ std::size_t SerialPortPosix::write(const std::uint8_t* buffer, std::size_t size)
 }
 
 /// Gives the bytes to the driver, as fast as that takes them.
-SerialPortPosix::Transfer SerialPortPosix::handOver(
+SerialPortLinux::Transfer SerialPortLinux::handOver(
     const std::uint8_t* buffer, std::size_t size, Clock::time_point deadline, std::size_t& handedOver)
 {
     for (;;) {
@@ -146,8 +223,8 @@ SerialPortPosix::Transfer SerialPortPosix::handOver(
 }
 
 /// Waits until the driver has nothing left to send, but at least until the `expected` time: a driver cannot tell what
-/// still lies in the chip or the adapter. tcdrain(3) would do neither, nor could it be cancelled.
-SerialPortPosix::Transfer SerialPortPosix::awaitDeparture(Clock::time_point expected, Clock::time_point deadline)
+/// is still in the chip or the adapter. tcdrain(3) does not wait for that either, and it cannot be cancelled.
+SerialPortLinux::Transfer SerialPortLinux::drain(Clock::time_point expected, Clock::time_point deadline)
 {
     auto wakeUp = expected;
     Clock::duration nap = shortestNap;
@@ -171,20 +248,20 @@ SerialPortPosix::Transfer SerialPortPosix::awaitDeparture(Clock::time_point expe
     }
 }
 
-/// As far as can be told: neither more than the driver says, nor more than the line could carry.
-std::size_t SerialPortPosix::bytesThatLeft(std::size_t handedOver, Clock::duration sinceStart) const
+/// A lower bound: no more than the driver says, and no more than the line could carry.
+std::size_t SerialPortLinux::bytesThatLeft(std::size_t handedOver, Clock::duration sinceStart) const
 {
     const std::size_t unsent = std::min(line->unsentBytes().value_or(handedOver), handedOver);
     return std::min(handedOver - unsent, line->capacity(sinceStart));
 }
 
-std::size_t SerialPortPosix::read(std::uint8_t* buffer, std::size_t size)
+std::size_t SerialPortLinux::read(std::uint8_t* buffer, std::size_t size)
 {
     if (buffer == nullptr || size == 0) {
         return 0;
     }
     if (!line) {
-        succeeded(EBADF);
+        fail(EBADF);
         return 0;
     }
     const auto deadline = Clock::now() + std::chrono::milliseconds(settings.readTimeoutMs);
@@ -192,7 +269,7 @@ std::size_t SerialPortPosix::read(std::uint8_t* buffer, std::size_t size)
     for (;;) {
         const ssize_t count = ::read(line->descriptor(), buffer + received, size - received);
         if (count == 0 || (count < 0 && !isTemporary(errno))) {
-            succeeded(EIO);
+            fail(EIO);
             return waiter.sleep(deadline) == LineWaiter::Wake::Cancel ? 0 : received;
         }
         received += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
@@ -210,21 +287,26 @@ std::size_t SerialPortPosix::read(std::uint8_t* buffer, std::size_t size)
     }
 }
 
-bool SerialPortPosix::applySettings()
+bool SerialPortLinux::applySettings()
 {
     return succeeded(line ? line->apply(settings) : EBADF);
 }
 
-bool SerialPortPosix::applyTimeouts()
+bool SerialPortLinux::applyTimeouts()
 {
     // The limits are taken from the settings at each call.
     return succeeded(line ? 0 : EBADF);
 }
 
-bool SerialPortPosix::succeeded(int code)
+bool SerialPortLinux::succeeded(int code)
 {
     if (code != 0) {
-        lastError = portErrorText(code, devicePath(settings.portName), settings);
+        fail(code);
     }
     return code == 0;
+}
+
+void SerialPortLinux::fail(int code)
+{
+    lastError = errorText(code, devicePath(settings.portName), settings);
 }

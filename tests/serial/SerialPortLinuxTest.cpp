@@ -1,7 +1,7 @@
-#include "serial/SerialPortPosix.h"
+#include "serial/SerialPortLinux.h"
 
 #include "support/FileDescriptor.h"
-#include "tests/serial/PtyLine.h"
+#include "tests/support/PtyLine.h"
 
 #include <QtTest>
 
@@ -54,7 +54,7 @@ extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
     return 0;
 }
 
-class SerialPortPosixTest : public QObject
+class SerialPortLinuxTest : public QObject
 {
     Q_OBJECT
 
@@ -77,7 +77,7 @@ private Q_SLOTS:
             modemLines = TIOCM_DTR | TIOCM_RTS | TIOCM_CTS;
             driver.flags = 1 << ASYNCB_SPD_HI;
 
-            SerialPortPosix port(settings);
+            SerialPortLinux port(settings);
             QVERIFY(port.open());
             QCOMPARE(ioctl(terminal.get(), TCGETS2, &during), 0);
             QCOMPARE(during.c_cflag & ~(CS8 | CREAD | CLOCAL | HUPCL), format);
@@ -102,7 +102,7 @@ private Q_SLOTS:
 
     void waitingIsFree()
     {
-        SerialPortPosix port({line.portName()});
+        SerialPortLinux port({line.portName()});
         port.setTimeouts(400, 400);
         QVERIFY(port.open());
         std::uint8_t byte = 0;
@@ -117,5 +117,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(SerialPortPosixTest)
-#include "SerialPortPosixTest.moc"
+QTEST_GUILESS_MAIN(SerialPortLinuxTest)
+#include "SerialPortLinuxTest.moc"
