@@ -7,16 +7,6 @@ namespace
 
 constexpr std::size_t identifierDigits = 4;
 
-bool isHighSurrogate(char16_t unit)
-{
-    return unit >= 0xD800 && unit < 0xDC00;
-}
-
-bool isLowSurrogate(char16_t unit)
-{
-    return unit >= 0xDC00 && unit < 0xE000;
-}
-
 /// The value of a hexadecimal digit, judged by the low byte of the character; nothing for any other character.
 std::optional<std::uint16_t> digitValue(char16_t character)
 {
@@ -59,21 +49,7 @@ std::u16string_view ftdiSerialNumber(std::u16string_view identifier)
 
 std::wstring toWide(std::u16string_view text)
 {
-    std::wstring wide;
-    wide.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char16_t unit = text[i];
-        if constexpr (sizeof(wchar_t) > sizeof(char16_t)) {
-            if (isHighSurrogate(unit) && i + 1 < text.size() && isLowSurrogate(text[i + 1])) {
-                const int high = unit - 0xD800;
-                const int low = text[++i] - 0xDC00;
-                wide += static_cast<wchar_t>(0x10000 + high * 0x400 + low);
-                continue;
-            }
-        }
-        wide += static_cast<wchar_t>(unit);
-    }
-    return wide;
+    return {text.begin(), text.end()};
 }
 
 bool isPortNameAdmitted(std::u16string_view name)

@@ -8,12 +8,10 @@
 #include <string_view>
 #include <vector>
 
-// The rules by which a port reaches the list and what is read out of the names that the system gives. They work on
-// plain data. Text of Windows stays UTF-16, as the system counts its characters, until it goes into a PortInfo.
+// The rules that decide which ports reach the list, and what is read out of the identifiers that the system gives. They
+// work on plain data. Text of Windows stays UTF-16 until it goes into a PortInfo.
 
-/// The same text as a wide string: unit for unit where a wide character has 16 bits, surrogate pairs joined where it
-/// has
-/// 32. A lone surrogate stays as it is, so that different texts stay different.
+/// The same text as a wide string, unit for unit.
 std::wstring toWide(std::u16string_view text);
 
 /// @return whether a device with this port name is a serial port: false for empty text and for a name with "LPT", in

@@ -5,52 +5,32 @@
 namespace
 {
 
-/// The device namespace, in which a port of any number is found. Without it only COM1 to COM9 are.
-constexpr WCHAR DevicePrefix[] = {'\\', '\\', '.', '\\', 0};
-
+/// The name of a port in the device namespace, where a port of any number is found; elsewhere only COM1 to COM9 are.
 std::basic_string<WCHAR> devicePath(const std::string& portName)
 {
+    const std::string prefix = R"(\\.\)";
     std::basic_string<WCHAR> path;
-    path.reserve(portName.size());
-    for (const char character : portName) {
+    for (const char character : portName.starts_with(prefix) ? portName : prefix + portName) {
         path += static_cast<WCHAR>(static_cast<signed char>(character));
     }
-    return path.starts_with(DevicePrefix) ? path : DevicePrefix + path;
+    return path;
 }
 
-void writeParity(DCB& dcb, PortParity parity)
+// Parities and stop bits have the numbers that Windows gives them.
+static_assert(static_cast<int>(PortParity::Odd) == ODDPARITY && static_cast<int>(PortParity::Even) == EVENPARITY);
+static_assert(static_cast<int>(PortParity::Mark) == MARKPARITY && static_cast<int>(PortParity::Space) == SPACEPARITY);
+static_assert(static_cast<int>(PortStopBits::OneAndHalf) == ONE5STOPBITS);
+static_assert(static_cast<int>(PortStopBits::Two) == TWOSTOPBITS);
+
+/// A value out of range leaves what the driver gave.
+void writeFormat(DCB& dcb, const PortSettings& settings)
 {
-    switch (parity) {
-    case PortParity::None:
-        dcb.Parity = NOPARITY;
-        break;
-    case PortParity::Odd:
-        dcb.Parity = ODDPARITY;
-        break;
-    case PortParity::Even:
-        dcb.Parity = EVENPARITY;
-        break;
-    case PortParity::Mark:
-        dcb.Parity = MARKPARITY;
-        break;
-    case PortParity::Space:
-        dcb.Parity = SPACEPARITY;
-        break;
+    dcb.ByteSize = settings.dataBits;
+    if (settings.parity <= PortParity::Space) {
+        dcb.Parity = static_cast<BYTE>(settings.parity);
     }
-}
-
-void writeStopBits(DCB& dcb, PortStopBits stopBits)
-{
-    switch (stopBits) {
-    case PortStopBits::One:
-        dcb.StopBits = ONESTOPBIT;
-        break;
-    case PortStopBits::OneAndHalf:
-        dcb.StopBits = ONE5STOPBITS;
-        break;
-    case PortStopBits::Two:
-        dcb.StopBits = TWOSTOPBITS;
-        break;
+    if (settings.stopBits <= PortStopBits::Two) {
+        dcb.StopBits = static_cast<BYTE>(settings.stopBits);
     }
 }
 
@@ -208,9 +188,7 @@ bool SerialPortWin::applySettings()
         return fail();
     }
     dcb.BaudRate = settings.baudRate;
-    dcb.ByteSize = settings.dataBits;
-    writeParity(dcb, settings.parity);
-    writeStopBits(dcb, settings.stopBits);
+    writeFormat(dcb, settings);
     writeFlags(dcb, settings);
     return SetCommState(handle, &dcb) || fail();
 }

@@ -1,74 +1,56 @@
 #include "standin/win32/PortFile.h"
 
-#include "standin/win32/ApiCall.h"
-#include "standin/win32/Status.h"
-
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <utility>
 
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <termios.h>
-#include <unistd.h>
+
+using namespace std::chrono_literals;
 
 namespace win32
 {
 
-PortFile::PortFile(std::u16string port, PortDevice& portDevice, int fileDescriptor)
+PortFile::PortFile(PortDevice& portDevice, FileDescriptor openTerminal)
     : device(portDevice)
-    , portName(std::move(port))
-    , terminal(fileDescriptor)
-    , wakeUp(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
-    , driver([this] { run(); })
+    , terminal(std::move(openTerminal))
 {
+    device.inUse = true;
 }
 
 PortFile::~PortFile()
 {
-    {
-        const std::lock_guard lock(kernel().mutex);
-        stopping = true;
-        wake();
-    }
-    driver.join();
-    ::close(wakeUp);
-    ::close(terminal);
-    const std::lock_guard lock(kernel().mutex);
+    finish(read, statusCancelled);
+    finish(write, statusCancelled);
     device.inUse = false;
-}
-
-std::string PortFile::name() const
-{
-    return argumentText(portName.c_str());
 }
 
 DWORD PortFile::startRead(OVERLAPPED& overlapped, BYTE* buffer, DWORD size)
 {
-    const DWORD result = begin(read, overlapped, buffer, size, device.timeouts.ReadTotalTimeoutMultiplier,
-        device.timeouts.ReadTotalTimeoutConstant);
-    if (result != ERROR_IO_PENDING || inputCount() < size) {
-        return result;
+    const COMMTIMEOUTS& limits = device.timeouts;
+    const DWORD result =
+        begin(read, overlapped, buffer, size, limits.ReadTotalTimeoutMultiplier, limits.ReadTotalTimeoutConstant);
+    if (read && inputCount() >= size) {
+        moveInput();
+        return read ? ERROR_IO_PENDING : ERROR_SUCCESS;
     }
-    moveInput();
-    return read ? ERROR_IO_PENDING : ERROR_SUCCESS;
+    return result;
 }
 
 DWORD PortFile::startWrite(OVERLAPPED& overlapped, const BYTE* buffer, DWORD size)
 {
-    const DWORD result = begin(write, overlapped, buffer, size, device.timeouts.WriteTotalTimeoutMultiplier,
-        device.timeouts.WriteTotalTimeoutConstant);
-    if (result != ERROR_IO_PENDING || device.completion != Completion::AtOnce) {
-        return result;
+    const COMMTIMEOUTS& limits = device.timeouts;
+    const DWORD result = begin(write, overlapped, const_cast<BYTE*>(buffer), size, limits.WriteTotalTimeoutMultiplier,
+        limits.WriteTotalTimeoutConstant);
+    if (write && device.completion == Completion::AtOnce) {
+        moveOutput();
+        return write ? ERROR_IO_PENDING : ERROR_SUCCESS;
     }
-    moveOutput();
-    return write ? ERROR_IO_PENDING : ERROR_SUCCESS;
+    return result;
 }
 
-template <typename Byte>
-DWORD PortFile::begin(std::optional<Transfer<Byte>>& transfer, OVERLAPPED& overlapped, Byte* buffer, DWORD size,
+DWORD PortFile::begin(std::optional<Transfer>& transfer, OVERLAPPED& overlapped, BYTE* buffer, DWORD size,
     DWORD multiplier, DWORD constant)
 {
     if (isDead()) {
@@ -77,105 +59,64 @@ DWORD PortFile::begin(std::optional<Transfer<Byte>>& transfer, OVERLAPPED& overl
     if (transfer) {
         return ERROR_BUSY;
     }
-    const auto event = ApiCall::object<Event>(overlapped.hEvent);
+    const auto event = objectOf<Event>(overlapped.hEvent);
     if (!event) {
         return ERROR_INVALID_HANDLE;
     }
-    const bool movesNothing = device.completion == Completion::Nothing;
-    event->signalled = movesNothing;
-    overlapped.Internal = movesNothing ? StatusSuccess : StatusPending;
-    overlapped.InternalHigh = 0;
-    if (movesNothing) {
+    event->reset();
+    overlapped.Internal = statusPending;
+    // Two zeros stand for no time-out.
+    const std::chrono::milliseconds limit(std::uint64_t{multiplier} * size + constant);
+    const Clock::time_point now = Clock::now();
+    transfer.emplace(Transfer{overlapped, buffer, size, now, limit == 0ms ? Clock::time_point::max() : now + limit});
+    if (device.completion == Completion::Nothing) {
+        finish(transfer, statusSuccess);
         return ERROR_SUCCESS;
     }
-    const Clock::time_point now = Clock::now();
-    const std::chrono::milliseconds limit(std::uint64_t{multiplier} * size + constant);
-    transfer.emplace(Transfer<Byte>{overlapped, buffer, size, std::this_thread::get_id(), now,
-        limit.count() == 0 ? std::nullopt : std::optional(now + limit)});
-    wake();
     return ERROR_IO_PENDING;
 }
 
-template <typename Byte>
-void PortFile::finish(std::optional<Transfer<Byte>>& transfer, ULONG_PTR status)
+void PortFile::finish(std::optional<Transfer>& transfer, ULONG_PTR status)
 {
     if (!transfer) {
         return;
     }
     transfer->overlapped.Internal = status;
-    // As drivers of serial ports do, a cancelled transfer tells no count.
-    transfer->overlapped.InternalHigh = status == StatusSuccess ? transfer->moved : 0;
-    if (const auto event = kernel().handles.find<Event>(transfer->overlapped.hEvent)) {
+    // Drivers of serial ports give no count with a cancelled transfer.
+    transfer->overlapped.InternalHigh = status == statusSuccess ? transfer->moved : 0;
+    if (const auto event = objectOf<Event>(transfer->overlapped.hEvent)) {
         event->set();
     }
     transfer.reset();
 }
 
+void PortFile::cancel(bool reads, bool writes)
+{
+    if (read && reads) {
+        read->isCancelled = true;
+    }
+    if (write && writes) {
+        write->isCancelled = true;
+    }
+}
+
 void PortFile::cancelOwn()
 {
     const std::thread::id caller = std::this_thread::get_id();
-    if (read && read->issuer == caller) {
-        cancelRead();
+    cancel(read && read->issuer == caller, write && write->issuer == caller);
+}
+
+void PortFile::advance()
+{
+    moveInput();
+    moveOutput();
+    const bool isCutOff = isDead();
+    if (isCutOff || (read && read->isCancelled)) {
+        finish(read, statusCancelled);
     }
-    if (write && write->issuer == caller) {
-        cancelWrite();
+    if (isCutOff || (write && write->isCancelled)) {
+        finish(write, statusCancelled);
     }
-}
-
-void PortFile::cancelRead()
-{
-    if (read) {
-        read->isCancelled = true;
-        wake();
-    }
-}
-
-void PortFile::cancelWrite()
-{
-    if (write) {
-        write->isCancelled = true;
-        wake();
-    }
-}
-
-bool PortFile::isDead() const
-{
-    pollfd polled = {terminal, 0, 0};
-    return poll(&polled, 1, 0) > 0;
-}
-
-void PortFile::dropInput()
-{
-    tcflush(terminal, TCIFLUSH);
-}
-
-DWORD PortFile::inputCount() const
-{
-    int count = 0;
-    return ioctl(terminal, FIONREAD, &count) == 0 ? static_cast<DWORD>(count) : 0;
-}
-
-DWORD PortFile::unsentCount() const
-{
-    return write ? write->size - write->moved : 0;
-}
-
-void PortFile::run()
-{
-    std::unique_lock lock(kernel().mutex);
-    while (!stopping) {
-        moveInput();
-        moveOutput();
-        if (hungUp || (read && read->isCancelled)) {
-            finish(read, StatusCancelled);
-        }
-        if (hungUp || (write && write->isCancelled)) {
-            finish(write, StatusCancelled);
-        }
-        waitForWork(lock);
-    }
-    finish(read, StatusCancelled);
-    finish(write, StatusCancelled);
 }
 
 void PortFile::moveInput()
@@ -183,15 +124,10 @@ void PortFile::moveInput()
     if (!read) {
         return;
     }
-    const ssize_t count = ::read(terminal, read->buffer + read->moved, read->size - read->moved);
-    if (count > 0) {
-        read->moved += static_cast<DWORD>(count);
-    } else if ((count == 0 && read->size > 0) || errno == EIO) {
-        hungUp = true;
-        return;
-    }
-    if (read->moved == read->size || (read->end && Clock::now() >= *read->end)) {
-        finish(read, StatusSuccess);
+    const ssize_t count = ::read(terminal.get(), read->buffer + read->moved, read->size - read->moved);
+    read->moved += static_cast<DWORD>(std::max<ssize_t>(count, 0));
+    if (read->moved == read->size || Clock::now() >= read->end) {
+        finish(read, statusSuccess);
     }
 }
 
@@ -201,21 +137,11 @@ void PortFile::moveOutput()
         return;
     }
     const Clock::time_point now = Clock::now();
-    const DWORD gone = bytesDue(now);
-    outputFull = false;
-    if (gone > write->moved) {
-        const ssize_t count = ::write(terminal, write->buffer + write->moved, gone - write->moved);
-        if (count >= 0) {
-            write->moved += static_cast<DWORD>(count);
-        } else if (errno == EAGAIN) {
-            outputFull = true;
-        } else if (errno != EINTR) {
-            hungUp = true;
-            return;
-        }
-    }
-    if (write->moved == write->size || (write->end && now >= *write->end)) {
-        finish(write, StatusSuccess);
+    const DWORD due = bytesDue(now) - write->moved;
+    const ssize_t count = due > 0 ? ::write(terminal.get(), write->buffer + write->moved, due) : 0;
+    write->moved += static_cast<DWORD>(std::max<ssize_t>(count, 0));
+    if (write->moved == write->size || now >= write->end) {
+        finish(write, statusSuccess);
     }
 }
 
@@ -228,45 +154,6 @@ DWORD PortFile::bytesDue(Clock::time_point now) const
     return static_cast<DWORD>(std::min<std::int64_t>((now - write->start) / characterTime(), write->size));
 }
 
-/// Sleeps without the lock until a byte can be moved, a time-out has passed or `wake` is called.
-void PortFile::waitForWork(std::unique_lock<std::mutex>& lock)
-{
-    std::optional<Clock::time_point> next;
-    const auto wakeAt = [&next](Clock::time_point time) { next = next ? std::min(*next, time) : time; };
-    short awaited = 0;
-    if (read) {
-        awaited = static_cast<short>(awaited | POLLIN);
-        if (read->end) {
-            wakeAt(*read->end);
-        }
-    }
-    if (write) {
-        if (outputFull) {
-            awaited = static_cast<short>(awaited | POLLOUT);
-        } else {
-            // Several characters at once on a fast line, or the sleeps would be shorter than the machine can keep.
-            wakeAt(std::max(
-                write->start + (write->moved + 1) * characterTime(), Clock::now() + std::chrono::microseconds(500)));
-        }
-        if (write->end) {
-            wakeAt(*write->end);
-        }
-    }
-    std::array<pollfd, 2> polled = {{{wakeUp, POLLIN, 0}, {terminal, awaited, 0}}};
-    timespec limit = {};
-    if (next) {
-        const auto left = std::max(std::chrono::nanoseconds(0), *next - Clock::now());
-        limit.tv_sec = left / std::chrono::seconds(1);
-        limit.tv_nsec = (left % std::chrono::seconds(1)).count();
-    }
-    lock.unlock();
-    // A terminal that has hung up, or that no transfer waits for, would end every wait at once.
-    ppoll(polled.data(), awaited == 0 ? 1 : 2, next ? &limit : nullptr, nullptr);
-    eventfd_t ignored = 0;
-    eventfd_read(wakeUp, &ignored);
-    lock.lock();
-}
-
 /// A start bit, the data, the parity if there is one, and the stop bits.
 std::chrono::nanoseconds PortFile::characterTime() const
 {
@@ -276,9 +163,47 @@ std::chrono::nanoseconds PortFile::characterTime() const
     return std::chrono::nanoseconds(std::int64_t{halfBits} * 500'000'000 / line.BaudRate);
 }
 
-void PortFile::wake() const
+PortFile::Clock::time_point PortFile::nextTime() const
 {
-    eventfd_write(wakeUp, 1);
+    Clock::time_point next = read ? read->end : Clock::time_point::max();
+    if (!write) {
+        return next;
+    }
+    // On a fast line, or with a terminal that is full, the sleeps would be shorter than the machine can keep.
+    const Clock::time_point nextCharacter = write->start + (write->moved + 1) * characterTime();
+    return std::min({next, write->end, std::max<Clock::time_point>(nextCharacter, Clock::now() + 500us)});
+}
+
+bool PortFile::isDead() const
+{
+    pollfd polled = {terminal.get(), 0, 0};
+    return poll(&polled, 1, 0) > 0;
+}
+
+void PortFile::dropInput()
+{
+    tcflush(terminal.get(), TCIFLUSH);
+}
+
+DWORD PortFile::inputCount() const
+{
+    int count = 0;
+    return ioctl(terminal.get(), FIONREAD, &count) == 0 ? static_cast<DWORD>(count) : 0;
+}
+
+std::vector<std::shared_ptr<PortFile>> advancePorts()
+{
+    std::vector<std::shared_ptr<PortFile>> busy;
+    for (const auto& [handle, object] : kernel().handles) {
+        const auto port = std::dynamic_pointer_cast<PortFile>(object);
+        if (port) {
+            port->advance();
+        }
+        if (port && port->isBusy()) {
+            busy.push_back(port);
+        }
+    }
+    return busy;
 }
 
 } // namespace win32

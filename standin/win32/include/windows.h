@@ -1,11 +1,11 @@
 #pragma once
 
 // A stand-in for the header of the same name, for machines without Windows: it declares what the project's Windows
-// sources call, and nothing more, in the documented sizes. ApiPins.cpp is compiled against this header and against the
-// real one and keeps the two in step.
+// sources call, and nothing more, in the documented sizes. ApiConformance.cpp is compiled against this header and
+// against the real one, which keeps the two in step.
 //
-// WCHAR has 16 bits, as on Windows, and is therefore not the wchar_t of this machine. Sources that are to compile on
-// both say WCHAR where they hand text to the system, and convert at that point.
+// WCHAR has 16 bits, as on Windows, and is therefore not the wchar_t of this machine. Sources that compile on both use
+// WCHAR where they pass text to the system, and convert there.
 
 #include <cstdarg>
 #include <cstdint>
@@ -24,22 +24,17 @@ using PVOID = void*;
 using LPVOID = void*;
 using LPCVOID = const void*;
 using LPBYTE = BYTE*;
-using PBYTE = BYTE*;
 using LPDWORD = DWORD*;
-using PDWORD = DWORD*;
 using PULONG = ULONG*;
 using LPWSTR = WCHAR*;
-using PWSTR = WCHAR*;
 using LPCWSTR = const WCHAR*;
-using PCWSTR = const WCHAR*;
 using HANDLE = void*;
 using HLOCAL = HANDLE;
 using HWND = struct WindowObject*;
 using HKEY = struct KeyObject*;
 using PHKEY = HKEY*;
 using LSTATUS = LONG;
-using ACCESS_MASK = DWORD;
-using REGSAM = ACCESS_MASK;
+using REGSAM = DWORD;
 
 /// For handles that are known by their value alone.
 inline HANDLE handleOfValue(ULONG_PTR value)
@@ -67,7 +62,6 @@ inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
 inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
 inline constexpr DWORD ERROR_INVALID_DATA = 13;
 inline constexpr DWORD ERROR_BAD_COMMAND = 22;
-inline constexpr DWORD ERROR_GEN_FAILURE = 31;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_BUSY = 170;
@@ -95,7 +89,6 @@ inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 inline constexpr DWORD WAIT_OBJECT_0 = 0;
 inline constexpr DWORD WAIT_TIMEOUT = 258;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
-inline constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
 BOOL WINAPI CloseHandle(HANDLE object);
 HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCWSTR name);
 BOOL WINAPI SetEvent(HANDLE event);
@@ -205,7 +198,6 @@ BOOL WINAPI ClearCommError(HANDLE file, LPDWORD errors, LPCOMSTAT status);
 // The registry.
 inline constexpr DWORD REG_SZ = 1;
 inline constexpr DWORD REG_EXPAND_SZ = 2;
-inline constexpr DWORD REG_BINARY = 3;
 inline constexpr DWORD REG_DWORD = 4;
 inline constexpr REGSAM KEY_QUERY_VALUE = 0x0001;
 inline constexpr REGSAM KEY_READ = 0x20019;

@@ -46,7 +46,7 @@ static_assert(FORMAT_MESSAGE_FROM_SYSTEM == 0x1000);
 // Error codes.
 static_assert(ERROR_SUCCESS == 0 && ERROR_FILE_NOT_FOUND == 2 && ERROR_ACCESS_DENIED == 5);
 static_assert(ERROR_INVALID_HANDLE == 6 && ERROR_INVALID_DATA == 13 && ERROR_BAD_COMMAND == 22);
-static_assert(ERROR_GEN_FAILURE == 31 && ERROR_INVALID_PARAMETER == 87 && ERROR_INSUFFICIENT_BUFFER == 122);
+static_assert(ERROR_INVALID_PARAMETER == 87 && ERROR_INSUFFICIENT_BUFFER == 122);
 static_assert(ERROR_BUSY == 170 && ERROR_MORE_DATA == 234 && ERROR_NO_MORE_ITEMS == 259);
 static_assert(ERROR_MR_MID_NOT_FOUND == 317 && ERROR_OPERATION_ABORTED == 995 && ERROR_IO_INCOMPLETE == 996);
 static_assert(ERROR_IO_PENDING == 997 && ERROR_INVALID_USER_BUFFER == 1784);
@@ -57,51 +57,51 @@ static_assert(offsetof(SP_DEVINFO_DATA, DevInst) == 20 && offsetof(SP_DEVINFO_DA
 static_assert(DIGCF_PRESENT == 2 && DIGCF_DEVICEINTERFACE == 16 && DICS_FLAG_GLOBAL == 1 && DIREG_DEV == 1);
 static_assert(SPDRP_DEVICEDESC == 0 && SPDRP_MFG == 11);
 static_assert(CR_SUCCESS == 0 && CR_NO_SUCH_DEVNODE == 0x0D && CR_BUFFER_SMALL == 0x1A && MAX_DEVICE_ID_LEN == 200);
-static_assert(REG_SZ == 1 && REG_EXPAND_SZ == 2 && REG_BINARY == 3 && REG_DWORD == 4);
+static_assert(REG_SZ == 1 && REG_EXPAND_SZ == 2 && REG_DWORD == 4);
 static_assert(KEY_QUERY_VALUE == 1 && KEY_READ == 0x20019);
 
 namespace
 {
 
 template <typename Function, Function* Declared>
-constexpr bool IsDeclared = true;
+constexpr bool isDeclared = true;
 
 } // namespace
 
-static_assert(IsDeclared<DWORD WINAPI(), GetLastError>);
-static_assert(IsDeclared<void WINAPI(DWORD), SetLastError>);
+static_assert(isDeclared<DWORD WINAPI(), GetLastError>);
+static_assert(isDeclared<void WINAPI(DWORD), SetLastError>);
 // va_list carries attributes of the compiler, which a type of a template cannot.
 static_assert(
     std::is_same_v<DWORD, decltype(FormatMessageW(DWORD{}, LPCVOID{}, DWORD{}, DWORD{}, LPWSTR{}, DWORD{}, nullptr))>);
-static_assert(IsDeclared<HLOCAL WINAPI(HLOCAL), LocalFree>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE), CloseHandle>);
-static_assert(IsDeclared<HANDLE WINAPI(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR), CreateEventW>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE), SetEvent>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE), ResetEvent>);
-static_assert(IsDeclared<DWORD WINAPI(DWORD, const HANDLE*, BOOL, DWORD), WaitForMultipleObjects>);
+static_assert(isDeclared<HLOCAL WINAPI(HLOCAL), LocalFree>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE), CloseHandle>);
+static_assert(isDeclared<HANDLE WINAPI(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR), CreateEventW>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE), SetEvent>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE), ResetEvent>);
+static_assert(isDeclared<DWORD WINAPI(DWORD, const HANDLE*, BOOL, DWORD), WaitForMultipleObjects>);
 static_assert(
-    IsDeclared<HANDLE WINAPI(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE), CreateFileW>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED), ReadFile>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED), WriteFile>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE, LPOVERLAPPED, LPDWORD, BOOL), GetOverlappedResult>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE), CancelIo>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE, LPDCB), GetCommState>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE, LPDCB), SetCommState>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE, LPCOMMTIMEOUTS), SetCommTimeouts>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE, DWORD), PurgeComm>);
-static_assert(IsDeclared<BOOL WINAPI(HANDLE, LPDWORD, LPCOMSTAT), ClearCommError>);
+    isDeclared<HANDLE WINAPI(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE), CreateFileW>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED), ReadFile>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED), WriteFile>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE, LPOVERLAPPED, LPDWORD, BOOL), GetOverlappedResult>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE), CancelIo>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE, LPDCB), GetCommState>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE, LPDCB), SetCommState>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE, LPCOMMTIMEOUTS), SetCommTimeouts>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE, DWORD), PurgeComm>);
+static_assert(isDeclared<BOOL WINAPI(HANDLE, LPDWORD, LPCOMSTAT), ClearCommError>);
 
-static_assert(IsDeclared<LSTATUS WINAPI(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY), RegOpenKeyExW>);
-static_assert(IsDeclared<LSTATUS WINAPI(HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD), RegQueryValueExW>);
+static_assert(isDeclared<LSTATUS WINAPI(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY), RegOpenKeyExW>);
+static_assert(isDeclared<LSTATUS WINAPI(HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD), RegQueryValueExW>);
 static_assert(
-    IsDeclared<LSTATUS WINAPI(HKEY, DWORD, LPWSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD), RegEnumValueW>);
-static_assert(IsDeclared<LSTATUS WINAPI(HKEY), RegCloseKey>);
-static_assert(IsDeclared<HDEVINFO WINAPI(const GUID*, PCWSTR, HWND, DWORD), SetupDiGetClassDevsW>);
-static_assert(IsDeclared<BOOL WINAPI(HDEVINFO, DWORD, PSP_DEVINFO_DATA), SetupDiEnumDeviceInfo>);
-static_assert(IsDeclared<BOOL WINAPI(HDEVINFO), SetupDiDestroyDeviceInfoList>);
-static_assert(IsDeclared<HKEY WINAPI(HDEVINFO, PSP_DEVINFO_DATA, DWORD, DWORD, DWORD, REGSAM), SetupDiOpenDevRegKey>);
-static_assert(IsDeclared<BOOL WINAPI(HDEVINFO, PSP_DEVINFO_DATA, DWORD, PDWORD, PBYTE, DWORD, PDWORD),
+    isDeclared<LSTATUS WINAPI(HKEY, DWORD, LPWSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD), RegEnumValueW>);
+static_assert(isDeclared<LSTATUS WINAPI(HKEY), RegCloseKey>);
+static_assert(isDeclared<HDEVINFO WINAPI(const GUID*, LPCWSTR, HWND, DWORD), SetupDiGetClassDevsW>);
+static_assert(isDeclared<BOOL WINAPI(HDEVINFO, DWORD, PSP_DEVINFO_DATA), SetupDiEnumDeviceInfo>);
+static_assert(isDeclared<BOOL WINAPI(HDEVINFO), SetupDiDestroyDeviceInfoList>);
+static_assert(isDeclared<HKEY WINAPI(HDEVINFO, PSP_DEVINFO_DATA, DWORD, DWORD, DWORD, REGSAM), SetupDiOpenDevRegKey>);
+static_assert(isDeclared<BOOL WINAPI(HDEVINFO, PSP_DEVINFO_DATA, DWORD, LPDWORD, LPBYTE, DWORD, LPDWORD),
     SetupDiGetDeviceRegistryPropertyW>);
-static_assert(IsDeclared<CONFIGRET WINAPI(DEVINST, PWSTR, ULONG, ULONG), CM_Get_Device_IDW>);
-static_assert(IsDeclared<CONFIGRET WINAPI(PULONG, PULONG, DEVINST, ULONG), CM_Get_DevNode_Status>);
-static_assert(IsDeclared<CONFIGRET WINAPI(PDEVINST, DEVINST, ULONG), CM_Get_Parent>);
+static_assert(isDeclared<CONFIGRET WINAPI(DEVINST, LPWSTR, ULONG, ULONG), CM_Get_Device_IDW>);
+static_assert(isDeclared<CONFIGRET WINAPI(PULONG, PULONG, DEVINST, ULONG), CM_Get_DevNode_Status>);
+static_assert(isDeclared<CONFIGRET WINAPI(PDEVINST, DEVINST, ULONG), CM_Get_Parent>);

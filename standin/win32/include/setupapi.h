@@ -21,10 +21,10 @@ inline constexpr DWORD DIREG_DEV = 1;
 inline constexpr DWORD SPDRP_DEVICEDESC = 0;
 inline constexpr DWORD SPDRP_MFG = 11;
 
-HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classGuid, PCWSTR enumerator, HWND parent, DWORD flags);
+HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classGuid, LPCWSTR enumerator, HWND parent, DWORD flags);
 BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device);
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO set);
 HKEY WINAPI SetupDiOpenDevRegKey(
     HDEVINFO set, PSP_DEVINFO_DATA device, DWORD scope, DWORD profile, DWORD keyType, REGSAM access);
-BOOL WINAPI SetupDiGetDeviceRegistryPropertyW(
-    HDEVINFO set, PSP_DEVINFO_DATA device, DWORD property, PDWORD type, PBYTE buffer, DWORD size, PDWORD requiredSize);
+BOOL WINAPI SetupDiGetDeviceRegistryPropertyW(HDEVINFO set, PSP_DEVINFO_DATA device, DWORD property, LPDWORD type,
+    LPBYTE buffer, DWORD size, LPDWORD requiredSize);
