@@ -1,5 +1,3 @@
-#include "cli/PortsCommand.h"
-
 #include "cli/Commands.h"
 #include "cli/Json.h"
 #include "cli/RunOptions.h"
@@ -11,10 +9,13 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 namespace
 {
+
+using Row = std::array<QString, 5>;
 
 QString text(const std::wstring& wide)
 {
@@ -31,9 +32,9 @@ QString idsOf(const PortInfo& port)
         .arg(port.productId, 4, 16, QLatin1Char('0'));
 }
 
-std::vector<QStringList> portRows()
+std::vector<Row> portRows()
 {
-    std::vector<QStringList> rows;
+    std::vector<Row> rows;
     for (const PortInfo& port : availablePorts()) {
         rows.push_back({text(port.portName), text(port.description), text(port.manufacturer), text(port.serialNumber),
             idsOf(port)});
@@ -41,28 +42,35 @@ std::vector<QStringList> portRows()
     return rows;
 }
 
-/// The rows with blanks behind each field but the last, as many as its column wants.
-QString aligned(const std::vector<QStringList>& rows)
+/// The rows below a header, with blanks between the fields up to the width of each column.
+QString table(std::vector<Row> rows)
 {
     constexpr qsizetype gap = 2;
-    std::vector<qsizetype> widths(static_cast<std::size_t>(rows.front().size()));
-    for (const QStringList& row : rows) {
-        for (std::size_t column = 0; column < widths.size(); ++column) {
-            widths[column] = std::max(widths[column], row[static_cast<qsizetype>(column)].size());
+    rows.insert(rows.begin(), {"Port", "Description", "Manufacturer", "Serial number", "Ids"});
+    std::array<qsizetype, std::tuple_size_v<Row>> widths = {};
+    for (const Row& row : rows) {
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            widths[column] = std::max(widths[column], row[column].size());
         }
     }
-    QString table;
-    for (const QStringList& row : rows) {
+    QString lines;
+    for (const Row& row : rows) {
         QString line;
-        for (std::size_t column = 0; column < widths.size(); ++column) {
-            line += row[static_cast<qsizetype>(column)].leftJustified(widths[column] + gap);
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            line += row[column].leftJustified(widths[column] + gap);
         }
-        while (line.endsWith(u' ')) {
-            line.chop(1);
-        }
-        table += line + u'\n';
+        lines += line.trimmed() + u'\n';
     }
-    return table;
+    return lines;
+}
+
+QString tabSeparated(const std::vector<Row>& rows)
+{
+    QString lines;
+    for (const Row& row : rows) {
+        lines += QStringList(row.begin(), row.end()).join(u'\t') + u'\n';
+    }
+    return lines;
 }
 
 ExitStatus printJson()
@@ -93,8 +101,9 @@ ExitStatus ports(CommandLine& line, const QStringList& arguments)
     if (options::json(line)) {
         return printJson();
     }
-    QTextStream out(stdout);
-    return listPorts(out, isTerminal(stdout));
+    const std::vector<Row> rows = portRows();
+    const QString list = isTerminal(stdout) ? table(rows) : tabSeparated(rows);
+    return printOut(list.toLocal8Bit()) ? ExitStatus::Success : ExitStatus::Failure;
 }
 
 } // namespace
@@ -105,18 +114,3 @@ const Command portsCommand = {"ports", "[--json]",
     "On a terminal the fields stand in columns below a header; elsewhere there are\n"
     "tabs between them, and no header.",
     ports};
-
-ExitStatus listPorts(QTextStream& out, bool toTerminal)
-{
-    std::vector<QStringList> rows = portRows();
-    if (toTerminal) {
-        rows.insert(rows.begin(), {"Port", "Description", "Manufacturer", "Serial number", "Ids"});
-        out << aligned(rows);
-    } else {
-        for (const QStringList& row : rows) {
-            out << row.join(u'\t') << '\n';
-        }
-    }
-    out.flush();
-    return out.status() == QTextStream::Ok ? ExitStatus::Success : ExitStatus::Failure;
-}
