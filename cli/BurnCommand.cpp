@@ -16,8 +16,8 @@ ExitStatus burn(CommandLine& line, const QStringList& arguments)
     line.addOption("record", "FILE", "Append a record of each burn to FILE, as a line of JSON.");
     line.addOption("label", "TEXT", "What the record names the device, for instance its serial number.");
     options::addJson(line);
-    line.setEpilogue("\nExit status: 0 burned and verified, 1 the burn failed, 2 wrong usage, 3 no device\n"
-                     "within the time-out, 4 given up at a limit, 130 stopped by a signal; with several\n"
+    line.setEpilogue("\nExit status: 0 burned and verified, 1 the burn failed, 2 wrong usage, 3 no device "
+                     "within the time-out, 4 given up at a limit, 130 stopped by a signal; with several "
                      "devices that of the worst in the order 130, 1, 4, 3.\n");
     line.parse(arguments);
 
@@ -59,7 +59,7 @@ ExitStatus burn(CommandLine& line, const QStringList& arguments)
 } // namespace
 
 const Command burnCommand = {"burn", "--port NAME [--port NAME]... [OPTION]... FILE",
-    "Waits for the bootloader of the device at a serial port, burns FILE, reads it\n"
-    "back and compares it. The log goes to standard output, the reason of a failure\n"
+    "Waits for the bootloader of the device at a serial port, burns FILE, reads it "
+    "back and compares it. The log goes to standard output, the reason of a failure "
     "to standard error. Several devices are burned side by side.",
     burn};

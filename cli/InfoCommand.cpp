@@ -16,7 +16,7 @@ ExitStatus info(CommandLine& line, const QStringList& arguments)
     options::addDeviceTimeout(line);
     line.addFlag("reset", "Reset the device at the end, which starts its firmware.");
     options::addJson(line);
-    line.setEpilogue("\nExit status: 0 the device has answered, 1 the port cannot be opened, 2 wrong usage,\n"
+    line.setEpilogue("\nExit status: 0 the device has answered, 1 the port cannot be opened, 2 wrong usage, "
                      "3 no device within the time-out, 130 stopped by a signal.\n");
     line.parse(arguments);
 
@@ -39,7 +39,7 @@ ExitStatus info(CommandLine& line, const QStringList& arguments)
 } // namespace
 
 const Command infoCommand = {"info", "--port NAME [OPTION]...",
-    "Asks the bootloader of the device at a serial port for its version, that of the\n"
-    "firmware, and the id and family of the device. Without --reset the bootloader\n"
+    "Asks the bootloader of the device at a serial port for its version, that of the "
+    "firmware, and the id and family of the device. Without --reset the bootloader "
     "stays in charge.",
     info};

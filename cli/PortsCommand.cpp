@@ -109,8 +109,8 @@ ExitStatus ports(CommandLine& line, const QStringList& arguments)
 } // namespace
 
 const Command portsCommand = {"ports", "[--json]",
-    "Lists the serial ports of this machine, one a line: name, description,\n"
-    "manufacturer, serial number, and the vendor and product ids in hexadecimal.\n"
-    "On a terminal the fields stand in columns below a header; elsewhere there are\n"
+    "Lists the serial ports of this machine, one a line: name, description, "
+    "manufacturer, serial number, and the vendor and product ids in hexadecimal. "
+    "On a terminal the fields stand in columns below a header; elsewhere there are "
     "tabs between them, and no header.",
     ports};

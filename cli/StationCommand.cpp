@@ -175,7 +175,7 @@ ExitStatus station(CommandLine& line, const QStringList& arguments)
     line.addOption("record", "FILE", "Append a record of each burn to FILE, as a line of JSON.");
     options::addLimits(line);
     options::addJson(line);
-    line.setEpilogue("\nExit status: 0 every burn passed, 1 one failed, 2 wrong usage, 130 stopped by a\n"
+    line.setEpilogue("\nExit status: 0 every burn passed, 1 one failed, 2 wrong usage, 130 stopped by a "
                      "signal.\n");
     line.parse(arguments);
 
@@ -200,8 +200,8 @@ ExitStatus station(CommandLine& line, const QStringList& arguments)
 } // namespace
 
 const Command stationCommand = {"station", "--port NAME --record FILE [OPTION]... FILE",
-    "Burns one device after the other at a serial port. Each line on standard input, as\n"
-    "a bar-code scanner types it, starts a burn and is the label of its record; the end\n"
-    "of the input ends the program. A label that is empty or has already passed is asked\n"
+    "Burns one device after the other at a serial port. Each line on standard input, as "
+    "a bar-code scanner types it, starts a burn and is the label of its record; the end "
+    "of the input ends the program. A label that is empty or has already passed is asked "
     "back.",
     station};

@@ -11,7 +11,7 @@ ExitStatus verify(CommandLine& line, const QStringList& arguments)
     options::addDeviceTimeout(line);
     line.addFlag("reset", "Reset the device at the end, which starts its firmware.");
     options::addJson(line);
-    line.setEpilogue("\nExit status: 0 the device holds what FILE says, 1 it differs or cannot be read,\n"
+    line.setEpilogue("\nExit status: 0 the device holds what FILE says, 1 it differs or cannot be read, "
                      "2 wrong usage, 3 no device within the time-out, 130 stopped by a signal.\n");
     line.parse(arguments);
 
@@ -32,7 +32,7 @@ ExitStatus verify(CommandLine& line, const QStringList& arguments)
 } // namespace
 
 const Command verifyCommand = {"verify", "--port NAME [OPTION]... FILE",
-    "Reads the memory of the device at a serial port and compares it with FILE.\n"
-    "Nothing is erased or written. Without --reset the bootloader of the device stays\n"
+    "Reads the memory of the device at a serial port and compares it with FILE. "
+    "Nothing is erased or written. Without --reset the bootloader of the device stays "
     "in charge.",
     verify};

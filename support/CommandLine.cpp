@@ -34,6 +34,22 @@ QString usageLine(const QString& command, const QString& synopsis)
     return (command + u' ' + synopsis).trimmed() + u'\n';
 }
 
+/// Breaks long lines behind a blank, so that they fit a terminal of 80 columns. Lines that begin with a blank are parts
+/// of a table and stay as they are.
+QString wrapped(const QString& text)
+{
+    constexpr qsizetype longestLine = 79;
+    QStringList lines = text.split(u'\n');
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        const qsizetype blank = lines[i].lastIndexOf(u' ', longestLine);
+        if (lines[i].size() > longestLine && blank > 0 && !lines[i].startsWith(u' ')) {
+            lines.insert(i + 1, lines[i].mid(blank + 1));
+            lines[i].truncate(blank);
+        }
+    }
+    return lines.join(u'\n');
+}
+
 QString usageOf(std::span<const Command> commands)
 {
     QString text;
@@ -70,7 +86,7 @@ CommandLine::CommandLine(const QString& command, const QString& synopsis, const 
     : commandName(command)
     , usage(QLatin1String("usage: ") + usageLine(command, synopsis))
 {
-    parser.setApplicationDescription(description);
+    parser.setApplicationDescription(wrapped(description));
     parser.addOption({{QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Print this help.")});
 }
 
@@ -88,6 +104,11 @@ void CommandLine::addVersionFlag()
 {
     addFlag(QStringLiteral("version"), QStringLiteral("Print the version."));
     versionFlag = true;
+}
+
+void CommandLine::setEpilogue(const QString& text)
+{
+    epilogue = wrapped(text);
 }
 
 void CommandLine::parse(const QStringList& arguments)

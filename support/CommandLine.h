@@ -27,13 +27,14 @@ std::optional<std::int64_t> parseNumber(const QString& text);
 /// Options and arguments of one command of a console program.
 ///
 /// A command adds its options, parses, takes its values, and then asks `verdict` whether it may start. Whatever is
-/// wrong is kept until then, and the first thing wrong is the one reported.
+/// wrong is kept until then, and the first thing wrong is the one reported. Long lines of the help text are broken to
+/// fit 80 columns.
 class CommandLine
 {
 public:
     /// @param command as it is typed, for instance "tavimora-cli burn"
     /// @param synopsis what follows it, for instance "--port NAME FILE"; may be empty
-    /// @param description the paragraphs of the help text above the list of options; its lines are not broken
+    /// @param description the paragraphs of the help text above the list of options
     CommandLine(const QString& command, const QString& synopsis, const QString& description);
 
     void addFlag(const QString& name, const QString& description);
@@ -43,7 +44,7 @@ public:
     void addVersionFlag();
 
     /// Text below the list of options in the help text.
-    void setEpilogue(const QString& text) { epilogue = text; }
+    void setEpilogue(const QString& text);
 
     /// @param arguments what follows the command
     void parse(const QStringList& arguments);
