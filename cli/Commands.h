@@ -5,6 +5,9 @@
 /// Burns one firmware file on the device at one port.
 extern const Command burnCommand;
 
+/// Prints what a firmware file holds, or what is wrong with it.
+extern const Command showCommand;
+
 /// Lists the serial ports of this machine.
 extern const Command portsCommand;
 

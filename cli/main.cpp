@@ -39,6 +39,6 @@ int main(int argc, char** argv)
     QCoreApplication::setApplicationName(QStringLiteral("tavimora-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAVIMORA_VERSION));
     const QCoreApplication application(argc, argv);
-    const std::array commands = {portsCommand, infoCommand, verifyCommand, burnCommand, stationCommand};
+    const std::array commands = {portsCommand, showCommand, infoCommand, verifyCommand, burnCommand, stationCommand};
     return static_cast<int>(runCommand(commands, QCoreApplication::arguments().mid(1)));
 }

@@ -3,13 +3,12 @@
 #include "firmware/BlockScanner.h"
 #include "firmware/BurnLimits.h"
 #include "firmware/FirmwareFile.h"
-#include "tools/fwpack/Printable.h"
+#include "support/Printable.h"
 
 #include <QBuffer>
 #include <QFile>
 
 #include <algorithm>
-#include <functional>
 
 namespace fwpack
 {
@@ -72,7 +71,8 @@ bool HexInput::readImage()
     buffer.open(QIODevice::ReadOnly);
     IntelHexFaults faults;
     const bool accepted = image.readIntelHex(buffer, faults);
-    auto fatal = std::find_if(faults.begin(), faults.end(), std::mem_fn(&IntelHexFault::losesData));
+    auto fatal =
+        std::find_if(faults.begin(), faults.end(), [](const IntelHexFault& fault) { return fault.losesData(); });
     if (fatal == faults.end() && !accepted) {
         --fatal;
     }

@@ -13,8 +13,7 @@ namespace fwpack
 namespace
 {
 
-constexpr int blockLength = 16;
-static_assert(sizeof packageKey == blockLength + 1, "AES-128 takes a key of 16 bytes");
+constexpr qsizetype blockLength = FirmwareFile::cipherBlockLength;
 
 struct CipherContextDeleter {
     void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
@@ -35,7 +34,8 @@ QByteArray encrypted(const QByteArray& text)
     const std::unique_ptr<EVP_CIPHER_CTX, CipherContextDeleter> context(EVP_CIPHER_CTX_new());
     QByteArray cipherText(text.size(), Qt::Uninitialized);
     int length = 0;
-    if (!context || EVP_EncryptInit_ex(context.get(), EVP_aes_128_ecb(), nullptr, bytes(packageKey), nullptr) != 1 ||
+    if (!context ||
+        EVP_EncryptInit_ex(context.get(), EVP_aes_128_ecb(), nullptr, bytes(FirmwareFile::imageKey), nullptr) != 1 ||
         EVP_CIPHER_CTX_set_padding(context.get(), 0) != 1 ||
         EVP_EncryptUpdate(context.get(), reinterpret_cast<unsigned char*>(cipherText.data()), &length,
             bytes(text.constData()), static_cast<int>(text.size())) != 1 ||

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "firmware/FirmwareFile.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -14,16 +16,13 @@ struct PackageHeader {
     QString version;
     QString target;
     /// Bits per second, above 0.
-    std::int32_t baudrate = 57600;
+    std::int32_t baudrate = FirmwareFile::defaultBaudrate;
     std::int32_t link = 0;
 };
 
-/// The key of all firmware files: AES-128, these sixteen ASCII characters as they stand.
-inline constexpr char packageKey[] = "v9!Tq#Lz4$Ym7^Bx";
-
-/// The content of a firmware file: a JSON object with the header and the image. The image is `hexText`, padded by
-/// ISO/IEC 7816-4 (0x80, then zero bytes up to a whole block), encrypted with AES-128 in ECB mode, in Base64 on one
-/// line.
+/// The content of a firmware file as `FirmwareFile` reads it: a JSON object with the header and the image. The image is
+/// `hexText`, padded by ISO/IEC 7816-4 (0x80, then zero bytes up to a whole block), encrypted with AES-128 in ECB mode,
+/// in Base64 on one line.
 /// @return an empty array if the encryption failed.
 QByteArray makePackage(const PackageHeader& header, const QByteArray& hexText);
 

@@ -1,0 +1,119 @@
+#include "tests/support/IntelHex.h"
+#include "tools/fwpack/Package.h"
+
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <utility>
+
+namespace
+{
+
+const QByteArray data = ":04000000ABCD12343E\n";
+const QByteArray end = ":00000001FF\n";
+
+using Runs = QList<std::pair<unsigned, QByteArray>>;
+
+/// A firmware file without the last block of its cipher text.
+QByteArray cutFile(const QByteArray& text)
+{
+    QByteArray file = fwpack::makePackage({}, text);
+    const QByteArray image = file.split('"').rbegin()[1];
+    return file.replace(image, QByteArray::fromBase64(image).chopped(16).toBase64());
+}
+
+QByteArray sparseFile()
+{
+    const Runs runs = {{0x100, "\xAB\xCD"}, {0x2FE, "\xAB\xCD"}};
+    return fwpack::makePackage({2, "", "", 57600, 1}, hexText(runs))
+        .replace("baudrate", "speed")
+        .replace(": 2,", ": 66304,");
+}
+
+} // namespace
+
+class ShowCommandTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void shows_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<int>("exitStatus");
+        QTest::addColumn<QStringList>("output"); // lines that stand on standard output
+        QTest::addColumn<QStringList>("errors"); // the lines on standard error, behind the name of the file
+        const auto row = [](const char* name, const QByteArray& content, int exitStatus, const QStringList& output,
+                             const QStringList& errors) {
+            QTest::newRow(name) << content << exitStatus << output << errors;
+        };
+        const auto file = [](const QByteArray& hex, int baudrate = 57600) {
+            return fwpack::makePackage({0, "", "", baudrate}, hex);
+        };
+        row("two ranges", sparseFile(), 0,
+            {"device:   0x0300 (given as 66304, of which the low 16 bits count)", "version:  \"\"",
+                "baudrate: 57600 (not given)", "link:     1 (the line echoes what is sent)",
+                "range:    0x0100 to 0x0101, 2 bytes in 1 block: 2",
+                "range:    0x02FE to 0x02FF, 2 bytes in 1 block: 2", "total:    4 bytes in 2 blocks, 2 ranges"},
+            {});
+        row("up to the last address", file(hexText(Runs{{0xFDFC, "start"}, {0xFE05, QByteArray(507, 'd')}}), 9600), 0,
+            {"range:    0xFDFC to 0xFFFF, 516 bytes in 2 blocks: 6, 510",
+                "time:     about 1.1 s on the line, to write and to read back"},
+            {});
+        row("equal blocks", file(hexText(Runs{{0, QByteArray(1030, 'd')}})), 0,
+            {"range:    0x0000 to 0x0405, 1030 bytes in 3 blocks: 2 x 512, 6"}, {});
+        row("out of reach", file(hexText(Runs{{0xFFFE, "dddd"}})), 1, {},
+            {"a burn refuses the file: data at 0x10000 lies above 0xFFFF"});
+        row("no speed", file(data + end, 0), 1, {"baudrate: 0"}, {"a burn refuses the file: no line has a speed of 0"});
+        row("no data", file(end), 0, {"total:    0 bytes in 0 blocks, 0 ranges"},
+            {"warning: holds no data: a burn would erase the device and write nothing"});
+        row("unknown record type", file(":00000005FB\n" + data + end), 0, {},
+            {"warning: Intel HEX: line:0001 unsupported type: 0x05"});
+        row("cut at the end of a record", cutFile(data.repeated(4)), 0, {},
+            {"warning: Intel HEX: no end-of-file record: the file may be cut short",
+                "warning: padding: no marker 0x80 at the end: cut short, damaged, or of another key"});
+        row("bad record", file(":0001"), 1, {},
+            {"does not load: Wrong firmware file", "Intel HEX: line:0001 too short"});
+        row("another key", R"({"header": {}, "image": "AAAAAAAAAAAAAAAAAAAAAA=="})", 1, {},
+            {"does not load: Wrong firmware file", "Intel HEX: line:0001 is not intel-hex",
+                "decryption: byte 2 of the text is none of Intel HEX, in cipher block 1 of 1: another key, or damaged",
+                "padding: no marker 0x80 at the end: cut short, damaged, or of another key"});
+        row("15 bytes", R"({"header": 5, "image": "*AAAAAAAAAAAAAAAAAAAA"})", 1, {"device:   0x0000 (not given)"},
+            {"does not load: Invalid format", "header: a number, not an object: nothing in it counts",
+                "cipher text: 15 bytes, no whole number of blocks of 16: cut short or damaged",
+                "Base64: 1 skipped that are none of its characters, the first at position 0"});
+        row("other types", R"({"header": {"device": 0.5, "link": "1", "target": "\u001B"}})", 1,
+            {"device:   0x0000 (given as 0.5, no whole number of 32 bits)", "target:   \"\\u{001b}\"",
+                "link:     0 (given as a string, which does not count)"},
+            {"does not load: Invalid format", "image: missing"});
+        row("bad JSON", "{\n\"header\": x}", 1, {},
+            {"does not load: illegal number", "JSON: illegal number at offset 12, in line 2"});
+    }
+
+    void shows()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(QStringList, output);
+        QFETCH(QStringList, errors);
+        const QTemporaryDir folder;
+        QFile file(folder.filePath("file"));
+        QVERIFY(file.open(QFile::WriteOnly) && file.write(content) == content.size() && file.flush());
+        QProcess program;
+        program.setWorkingDirectory(folder.path());
+        program.start(TAVIMORA_CLI, {"show", "file"});
+        QVERIFY(program.waitForFinished());
+        const QString shown = program.readAllStandardOutput();
+        for (const QString& line : output) {
+            QVERIFY2(('\n' + shown).contains('\n' + line + '\n'), qPrintable(shown));
+        }
+        QVERIFY2(!shown.contains("ABCD", Qt::CaseInsensitive) && !shown.contains('\x1B'), "shows the image");
+        const QString complaints = QString(program.readAllStandardError()).remove("tavimora-cli show: file: ");
+        QCOMPARE(complaints, errors.join('\n') + (errors.isEmpty() ? "" : "\n"));
+        QTEST(program.exitCode(), "exitStatus");
+    }
+};
+
+QTEST_GUILESS_MAIN(ShowCommandTest)
+#include "ShowCommandTest.moc"
