@@ -2,8 +2,10 @@
 #include "tools/fwpack/Package.h"
 
 #include <QFile>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QTest>
 
 #include <utility>
@@ -112,6 +114,22 @@ private Q_SLOTS:
         const QString complaints = QString(program.readAllStandardError()).remove("tavimora-cli show: file: ");
         QCOMPARE(complaints, errors.join('\n') + (errors.isEmpty() ? "" : "\n"));
         QTEST(program.exitCode(), "exitStatus");
+    }
+
+    void writesJson()
+    {
+        QTemporaryFile file;
+        QVERIFY(file.open() && file.write(sparseFile()) > 0 && file.flush());
+        QProcess program;
+        program.start(TAVIMORA_CLI, {"show", "--json", file.fileName()});
+        QVERIFY(program.waitForFinished() && program.exitCode() == 0);
+        const QByteArray expected = R"({"file": "%1", "device": 768, "version": "", "target": "", "baudrate": 57600,
+            "link": 1, "notes": {"device": "given as 66304, of which the low 16 bits count", "baudrate": "not given"},
+            "ranges": [{"first": 256, "last": 257, "blocks": [2]}, {"first": 766, "last": 767, "blocks": [2]}],
+            "bytes": 4, "blocks": 2, "seconds": 0.001388888888888889, "warnings": [], "errors": []})";
+        const auto parsed = [](const QByteArray& text) { return QJsonDocument::fromJson(text).toJson(); };
+        QCOMPARE(parsed(program.readAllStandardOutput()),
+            parsed(QByteArray(expected).replace("%1", file.fileName().toUtf8())));
     }
 };
 
