@@ -178,6 +178,7 @@ void MainDialog::appendToLog(const QString& line)
 {
     QTextEdit& log = *ui->textLog;
     QTextCursor reader = log.textCursor();
+    // A selection up to the end of the log would grow with it.
     reader.setKeepPositionOnInsert(reader.hasSelection());
     log.moveCursor(QTextCursor::End);
     log.setCurrentCharFormat({});
