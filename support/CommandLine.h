@@ -6,7 +6,6 @@
 
 #include <concepts>
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <span>
 
