@@ -99,6 +99,9 @@ private:
     void conclude(const RunReport& report)
     {
         record.add(plan.command, label, report);
+        if (report.end == RunEnd::Stopped) {
+            return; // which says nothing about the device
+        }
         const bool pass = report.end == RunEnd::Succeeded;
         if (pass) {
             ++passed;
