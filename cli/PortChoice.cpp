@@ -15,7 +15,7 @@
 namespace
 {
 
-const QString usbPrefix = QStringLiteral("usb:");
+constexpr QLatin1String usbPrefix("usb:");
 
 /// An adapter as the command line describes it.
 struct UsbSelector {

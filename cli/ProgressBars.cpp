@@ -21,7 +21,7 @@ void writeNow(const QString& text)
 }
 
 // Control sequences of ECMA-48.
-const QString eraseToEnd = QStringLiteral("\x1b[J");
+constexpr QLatin1String eraseToEnd("\x1b[J");
 
 QString cursorUp(qsizetype lines)
 {

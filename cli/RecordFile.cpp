@@ -81,7 +81,7 @@ QString RecordFile::reserve([[maybe_unused]] qint64 bytes) const
 QString RecordFile::append(const QByteArray& line)
 {
     QLockFile lockFile(file.fileName() + QStringLiteral(".lock"));
-    if (const QString problem = lock(lockFile); !problem.isEmpty()) {
+    if (QString problem = lock(lockFile); !problem.isEmpty()) {
         return problem;
     }
     const qint64 before = file.size();
@@ -90,7 +90,7 @@ QString RecordFile::append(const QByteArray& line)
         text.prepend('\n');
     }
     if (file.write(text) != text.size()) {
-        const QString problem = file.errorString();
+        QString problem = file.errorString();
         file.resize(before);
         return problem;
     }

@@ -29,6 +29,7 @@ public:
     explicit RunGroup(const RunPlan& runPlan);
     RunGroup(const RunGroup&) = delete;
     RunGroup& operator=(const RunGroup&) = delete;
+    ~RunGroup() = default;
 
     /// Starts all runs and returns when all of them are over.
     /// @return `Success` when all succeeded, otherwise the worst in the order `Stopped`, `Failure`, `GaveUp`,

@@ -11,11 +11,11 @@ constexpr int mostErases = 1'000'000;
 constexpr int defaultStallSeconds = 60;
 constexpr int defaultMaxErases = 3;
 
-const QString port = QStringLiteral("port");
-const QString jsonName = QStringLiteral("json");
-const QString timeout = QStringLiteral("timeout");
-const QString stall = QStringLiteral("stall");
-const QString maxErases = QStringLiteral("max-erases");
+constexpr QLatin1String port("port");
+constexpr QLatin1String jsonName("json");
+constexpr QLatin1String timeout("timeout");
+constexpr QLatin1String stall("stall");
+constexpr QLatin1String maxErases("max-erases");
 
 } // namespace
 

@@ -10,7 +10,6 @@
 
 #include <QEventLoop>
 #include <QSet>
-#include <QTimer>
 
 #include <deque>
 
@@ -51,7 +50,8 @@ private:
     /// Not at once, since a burn runs an event loop of its own, in which the next lines come.
     void goOnSoon()
     {
-        QTimer::singleShot(0, &loop, [this] { burnNext(); });
+        QMetaObject::invokeMethod(
+            &loop, [this] { burnNext(); }, Qt::QueuedConnection);
     }
 
     /// Burns what waits, one after the other. Lines that come meanwhile wait too.
