@@ -276,6 +276,14 @@ std::size_t SerialPortLinux::read(std::uint8_t* buffer, std::size_t size)
         if (received == size) {
             return received;
         }
+        // Once the first bytes are here, most of the rest is still on the line. Sleeping for that time saves a wake-up
+        // for every few bytes.
+        const Clock::duration rest =
+            std::min<Clock::duration>(line->transmissionTime(size - received) * 7 / 8, longestNap);
+        if (received > 0 && rest > shortestNap &&
+            waiter.sleep(std::min(Clock::now() + rest, deadline)) == LineWaiter::Wake::Cancel) {
+            return 0;
+        }
         switch (waiter.wait(line->descriptor(), POLLIN, deadline)) {
         case LineWaiter::Wake::Line:
             break;
