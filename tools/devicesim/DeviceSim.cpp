@@ -111,13 +111,7 @@ DeviceReport DeviceSim::report() const
 
 void DeviceSim::serve(TimePoint now)
 {
-    while (!finishRequest(now) && !ended) {
-        const std::optional<PacedLine::Byte> byte = line.take(now);
-        if (!byte) {
-            abandonCutRequest(now);
-            break;
-        }
-        receive(*byte);
+    while (!finishRequest(now) && !ended && receiveRequest(now)) {
     }
     ended = ended || !terminal.tidy(now);
 }
@@ -143,32 +137,38 @@ bool DeviceSim::finishRequest(TimePoint now)
     return false;
 }
 
-void DeviceSim::receive(const PacedLine::Byte& byte)
+bool DeviceSim::receiveRequest(TimePoint now)
 {
     std::optional<Reaction> reaction;
+    TimePoint arrival;
     {
         const std::lock_guard lock(mutex);
-        reaction = device.receive(byte.value, byte.due - startTime);
-    }
-    if (!reaction) {
-        return;
-    }
-    if (reaction->hangUp) {
-        terminal.close();
-        ended = true;
-    } else {
-        replyDue = byte.due + reaction->delay;
-        pending = reaction;
+        while (!reaction) {
+            const std::optional<PacedLine::Byte> byte = line.take(now);
+            if (!byte) {
+                abandonCutRequest(now);
+                return false;
+            }
+            arrival = byte->due;
+            reaction = device.receive(byte->value, arrival - startTime);
+        }
     }
     if (config.onRequest) {
         config.onRequest(reaction->record);
     }
+    if (reaction->hangUp) {
+        terminal.close();
+        ended = true;
+        return false;
+    }
+    replyDue = arrival + reaction->delay;
+    pending = std::move(reaction);
+    return true;
 }
 
 void DeviceSim::abandonCutRequest(TimePoint now)
 {
     if (device.inRequest() && !line.hasInput() && now >= line.quietSince() + longestGap) {
-        const std::lock_guard lock(mutex);
         device.abandonRequest();
     }
 }

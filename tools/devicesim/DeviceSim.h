@@ -78,7 +78,10 @@ private:
     void serve(TimePoint now);
     /// @return whether the device is still busy with the request before.
     bool finishRequest(TimePoint now);
-    void receive(const PacedLine::Byte& byte);
+    /// Takes what has arrived by `now`, up to the end of a request.
+    /// @return whether there is a request to answer.
+    bool receiveRequest(TimePoint now);
+    /// The caller holds the mutex.
     void abandonCutRequest(TimePoint now);
     void finishReset();
     void countBytes();
