@@ -238,7 +238,7 @@ bool SerialPortWin::canTransfer(const std::uint8_t* buffer, std::size_t size)
     return true;
 }
 
-/// Sees to the end of a transfer that has been started.
+/// Ends a transfer: waits until it is done, or until its limit where nothing has moved.
 /// @param isDone whether it was done when its call returned, with `transferred` bytes moved
 /// @param end when its limit has passed
 /// @return the number of bytes moved

@@ -124,30 +124,25 @@ HDEVINFO WINAPI SetupDiGetClassDevsW(const GUID* classGuid, LPCWSTR, HWND, DWORD
 
 BOOL WINAPI SetupDiEnumDeviceInfo(HDEVINFO handle, DWORD index, PSP_DEVINFO_DATA device)
 {
-    const ApiCall call(__func__);
-    const auto set = call.object<DeviceSet>(handle);
-    if (!set) {
-        return FALSE;
-    }
-    if (device->cbSize != sizeof(SP_DEVINFO_DATA)) {
-        return fail(ERROR_INVALID_USER_BUFFER);
-    }
-    if (index >= set->instances.size()) {
-        return fail(ERROR_NO_MORE_ITEMS);
-    }
-    device->DevInst = set->instances[index];
-    device->ClassGuid = findNode(device->DevInst)->setupClass;
-    return TRUE;
+    return serve<DeviceSet>(__func__, handle, [&](const DeviceSet& set) {
+        if (device->cbSize != sizeof(SP_DEVINFO_DATA)) {
+            return fail(ERROR_INVALID_USER_BUFFER);
+        }
+        if (index >= set.instances.size()) {
+            return fail(ERROR_NO_MORE_ITEMS);
+        }
+        device->DevInst = set.instances[index];
+        device->ClassGuid = findNode(device->DevInst)->setupClass;
+        return TRUE;
+    });
 }
 
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO handle)
 {
-    const ApiCall call(__func__);
-    if (!call.object<DeviceSet>(handle)) {
-        return FALSE;
-    }
-    kernel().handles.erase(handle);
-    return TRUE;
+    return serve<DeviceSet>(__func__, handle, [handle](const DeviceSet&) {
+        kernel().handles.erase(handle);
+        return TRUE;
+    });
 }
 
 HKEY WINAPI SetupDiOpenDevRegKey(
@@ -169,16 +164,14 @@ HKEY WINAPI SetupDiOpenDevRegKey(
 BOOL WINAPI SetupDiGetDeviceRegistryPropertyW(HDEVINFO handle, PSP_DEVINFO_DATA device, DWORD property, LPDWORD type,
     LPBYTE buffer, DWORD size, LPDWORD requiredSize)
 {
-    const ApiCall call(__func__);
-    const DeviceNode* const node = findNode(device->DevInst);
-    if (!call.object<DeviceSet>(handle)) {
-        return FALSE;
-    }
-    if (node == nullptr || !node->properties.contains(property)) {
-        return fail(ERROR_INVALID_DATA);
-    }
-    const bool isCopied = copyValue(node->properties.at(property), type, buffer, size, requiredSize);
-    return isCopied ? TRUE : fail(ERROR_INSUFFICIENT_BUFFER);
+    return serve<DeviceSet>(__func__, handle, [&](const DeviceSet&) {
+        const DeviceNode* const node = findNode(device->DevInst);
+        if (node == nullptr || !node->properties.contains(property)) {
+            return fail(ERROR_INVALID_DATA);
+        }
+        const bool isCopied = copyValue(node->properties.at(property), type, buffer, size, requiredSize);
+        return isCopied ? TRUE : fail(ERROR_INSUFFICIENT_BUFFER);
+    });
 }
 
 CONFIGRET WINAPI CM_Get_Device_IDW(DEVINST instance, LPWSTR buffer, ULONG length, ULONG)

@@ -96,4 +96,14 @@ private:
     DWORD code = 0;
 };
 
+/// Serves a call of `function` by what `action` does with the object that the handle stands for.
+/// @return the result of `action`; FALSE, with the last error set, when there is no such object or the call must fail
+template <typename Object, typename Action>
+BOOL serve(const char* function, HANDLE handle, Action action)
+{
+    const ApiCall call(function);
+    const auto object = call.object<Object>(handle);
+    return object ? action(*object) : FALSE;
+}
+
 } // namespace win32

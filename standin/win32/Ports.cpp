@@ -43,24 +43,21 @@ HANDLE refuseToOpen(DWORD code)
     return INVALID_HANDLE_VALUE;
 }
 
-/// The open port behind a handle; null, with the last error set, where there is none, or where its line has hung up.
-std::shared_ptr<PortFile> livePort(const ApiCall& call, HANDLE handle)
+/// Serves a call that a driver refuses when its line has hung up.
+template <typename Action>
+BOOL serveLine(const char* function, HANDLE handle, Action action)
 {
-    auto file = call.object<PortFile>(handle);
-    if (file && file->isDead()) {
-        SetLastError(ERROR_BAD_COMMAND);
-        return nullptr;
-    }
-    return file;
+    return serve<PortFile>(
+        function, handle, [action](PortFile& port) { return port.isDead() ? fail(ERROR_BAD_COMMAND) : action(port); });
 }
 
 /// What a call that starts a transfer returns.
-BOOL startResult(DWORD result, const OVERLAPPED& overlapped, LPDWORD transferred)
+BOOL startResult(DWORD result, const OVERLAPPED& overlapped, DWORD& transferred)
 {
     if (result != ERROR_SUCCESS) {
         return fail(result);
     }
-    *transferred = static_cast<DWORD>(overlapped.InternalHigh);
+    transferred = static_cast<DWORD>(overlapped.InternalHigh);
     return TRUE;
 }
 
@@ -109,114 +106,93 @@ BOOL WINAPI CloseHandle(HANDLE handle)
 
 BOOL WINAPI ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD transferred, LPOVERLAPPED overlapped)
 {
-    const ApiCall call(__func__);
     *transferred = 0;
-    const auto file = call.object<PortFile>(handle);
-    return file &&
-           startResult(file->startRead(*overlapped, static_cast<BYTE*>(buffer), size), *overlapped, transferred);
+    return serve<PortFile>(__func__, handle, [&](PortFile& port) {
+        const DWORD result = port.startRead(*overlapped, static_cast<BYTE*>(buffer), size);
+        return startResult(result, *overlapped, *transferred);
+    });
 }
 
 BOOL WINAPI WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD transferred, LPOVERLAPPED overlapped)
 {
-    const ApiCall call(__func__);
     *transferred = 0;
-    const auto file = call.object<PortFile>(handle);
-    return file &&
-           startResult(file->startWrite(*overlapped, static_cast<const BYTE*>(buffer), size), *overlapped, transferred);
+    return serve<PortFile>(__func__, handle, [&](PortFile& port) {
+        const DWORD result = port.startWrite(*overlapped, static_cast<const BYTE*>(buffer), size);
+        return startResult(result, *overlapped, *transferred);
+    });
 }
 
 BOOL WINAPI GetOverlappedResult(HANDLE handle, LPOVERLAPPED overlapped, LPDWORD transferred, BOOL wait)
 {
-    const ApiCall call(__func__);
-    const auto file = call.object<PortFile>(handle);
-    if (!file) {
-        return FALSE;
-    }
-    if (wait) {
-        return fail(ERROR_INVALID_PARAMETER);
-    }
-    file->advance();
-    if (overlapped->Internal == statusPending) {
-        return fail(ERROR_IO_INCOMPLETE);
-    }
-    *transferred = static_cast<DWORD>(overlapped->InternalHigh);
-    return overlapped->Internal == statusSuccess ? TRUE : fail(ERROR_OPERATION_ABORTED);
+    return serve<PortFile>(__func__, handle, [&](PortFile& port) {
+        if (wait) {
+            return fail(ERROR_INVALID_PARAMETER);
+        }
+        port.advance();
+        if (overlapped->Internal == statusPending) {
+            return fail(ERROR_IO_INCOMPLETE);
+        }
+        *transferred = static_cast<DWORD>(overlapped->InternalHigh);
+        return overlapped->Internal == statusSuccess ? TRUE : fail(ERROR_OPERATION_ABORTED);
+    });
 }
 
 BOOL WINAPI CancelIo(HANDLE handle)
 {
-    const ApiCall call(__func__);
-    const auto file = call.object<PortFile>(handle);
-    if (!file) {
-        return FALSE;
-    }
-    file->cancelOwn();
-    return TRUE;
+    return serve<PortFile>(__func__, handle, [](PortFile& port) {
+        port.cancelOwn();
+        return TRUE;
+    });
 }
 
 BOOL WINAPI GetCommState(HANDLE handle, LPDCB dcb)
 {
-    const ApiCall call(__func__);
-    const auto file = livePort(call, handle);
-    if (!file) {
-        return FALSE;
-    }
-    if (dcb->DCBlength != sizeof(DCB)) {
-        return fail(ERROR_INVALID_PARAMETER);
-    }
-    *dcb = file->device.state;
-    return TRUE;
+    return serveLine(__func__, handle, [dcb](const PortFile& port) {
+        if (dcb->DCBlength != sizeof(DCB)) {
+            return fail(ERROR_INVALID_PARAMETER);
+        }
+        *dcb = port.device.state;
+        return TRUE;
+    });
 }
 
 BOOL WINAPI SetCommState(HANDLE handle, LPDCB dcb)
 {
-    const ApiCall call(__func__);
-    const auto file = livePort(call, handle);
-    if (!file) {
-        return FALSE;
-    }
-    if (dcb->DCBlength != sizeof(DCB) || dcb->BaudRate == 0) {
-        return fail(ERROR_INVALID_PARAMETER);
-    }
-    file->device.state = *dcb;
-    return TRUE;
+    return serveLine(__func__, handle, [dcb](PortFile& port) {
+        if (dcb->DCBlength != sizeof(DCB) || dcb->BaudRate == 0) {
+            return fail(ERROR_INVALID_PARAMETER);
+        }
+        port.device.state = *dcb;
+        return TRUE;
+    });
 }
 
 BOOL WINAPI SetCommTimeouts(HANDLE handle, LPCOMMTIMEOUTS timeouts)
 {
-    const ApiCall call(__func__);
-    const auto file = livePort(call, handle);
-    if (!file) {
-        return FALSE;
-    }
-    file->device.timeouts = *timeouts;
-    return TRUE;
+    return serveLine(__func__, handle, [timeouts](PortFile& port) {
+        port.device.timeouts = *timeouts;
+        return TRUE;
+    });
 }
 
 BOOL WINAPI PurgeComm(HANDLE handle, DWORD flags)
 {
-    const ApiCall call(__func__);
-    const auto file = livePort(call, handle);
-    if (!file) {
-        return FALSE;
-    }
-    file->cancel((flags & PURGE_RXABORT) != 0, (flags & PURGE_TXABORT) != 0);
-    if ((flags & PURGE_RXCLEAR) != 0) {
-        file->dropInput();
-    }
-    // Nothing for PURGE_TXCLEAR: the driver keeps no bytes of a transfer that has ended.
-    return TRUE;
+    return serveLine(__func__, handle, [flags](PortFile& port) {
+        port.cancel((flags & PURGE_RXABORT) != 0, (flags & PURGE_TXABORT) != 0);
+        if ((flags & PURGE_RXCLEAR) != 0) {
+            port.dropInput();
+        }
+        // Nothing for PURGE_TXCLEAR: the driver keeps no bytes of a transfer that has ended.
+        return TRUE;
+    });
 }
 
 BOOL WINAPI ClearCommError(HANDLE handle, LPDWORD errors, LPCOMSTAT status)
 {
-    const ApiCall call(__func__);
-    const auto file = livePort(call, handle);
-    if (!file) {
-        return FALSE;
-    }
-    *errors = 0;
-    *status = {};
-    status->cbInQue = file->inputCount();
-    return TRUE;
+    return serveLine(__func__, handle, [errors, status](const PortFile& port) {
+        *errors = 0;
+        *status = {};
+        status->cbInQue = port.inputCount();
+        return TRUE;
+    });
 }

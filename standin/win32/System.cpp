@@ -93,24 +93,18 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initial
 
 BOOL WINAPI SetEvent(HANDLE handle)
 {
-    const ApiCall call(__func__);
-    const auto event = call.object<Event>(handle);
-    if (!event) {
-        return FALSE;
-    }
-    event->set();
-    return TRUE;
+    return serve<Event>(__func__, handle, [](Event& event) {
+        event.set();
+        return TRUE;
+    });
 }
 
 BOOL WINAPI ResetEvent(HANDLE handle)
 {
-    const ApiCall call(__func__);
-    const auto event = call.object<Event>(handle);
-    if (!event) {
-        return FALSE;
-    }
-    event->reset();
-    return TRUE;
+    return serve<Event>(__func__, handle, [](Event& event) {
+        event.reset();
+        return TRUE;
+    });
 }
 
 DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds)

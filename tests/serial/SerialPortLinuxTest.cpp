@@ -18,15 +18,15 @@
 namespace
 {
 
-// What a pseudo-terminal has not: modem lines, raised by the opening as on a real port, and a driver with a latency.
+// What a pseudo-terminal lacks: modem lines, raised by the opening as on a real port, and a driver with a latency.
 int modemLines = 0;
 serial_struct driver{};
-// Nor does it end a write at once without having taken a byte, as a driver may whose adapter is gone.
+// Makes every write end at once without a byte taken, as a driver may whose adapter is gone.
 bool takesNothing = false;
 
 } // namespace
 
-// These two stand before those of the C library in this executable.
+// These two replace those of the C library in this executable.
 extern "C" ssize_t write(int descriptor, const void* data, std::size_t size)
 {
     return takesNothing ? 0 : ::syscall(SYS_write, descriptor, data, size);

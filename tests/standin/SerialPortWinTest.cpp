@@ -21,12 +21,12 @@ std::wstring errorText(DWORD code)
     return L"Error " + std::to_wstring(code) + L": <unknown error>";
 }
 
-/// Seconds by which the clock of the machine is wrong at the next look, and right again at the one after it.
+/// Seconds by which the wall clock is wrong when it is read next; after that it is right again.
 long clockError = 0;
 
 } // namespace
 
-// Stands before that of the C library in this executable.
+// Replaces that of the C library in this executable.
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
     const auto result = ::syscall(SYS_clock_gettime, clock, time);
@@ -36,7 +36,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
     return static_cast<int>(result);
 }
 
-/// What the suite for every port can't know: the calls, the line settings bit by bit, the error codes.
+/// What the suite for every port can't know: the line settings bit by bit, the error codes, what drivers may do.
 class SerialPortWinTest : public QObject
 {
     Q_OBJECT
@@ -76,11 +76,22 @@ private Q_SLOTS:
 
     void lineSettings()
     {
+        constexpr std::uint32_t allFlags = 0xFFFFFFFF;
+        // Of the flags only DSR sensitivity, TX continue on XOFF and the reserved bits stay: 0xFFFF80C0. An unknown
+        // parity or number of stop bits leaves the driver's, which are 2 and 2.
         const struct {
-            std::uint32_t driverFlags, parity, stopBits, dataBits, dtr, rts, flags, dcbParity, dcbStopBits;
-        } rows[] = {{0, 0, 0, 8, 0, 0, 0x1, 0, 0}, {~0U, 0, 0, 8, 0, 0, 0xFFFF80C1, 0, 0},
-            {0, 1, 2, 8, 1, 0, 0x13, 1, 2}, {0, 2, 0, 7, 0, 1, 0x1003, 2, 0}, {~0U, 3, 1, 5, 1, 1, 0xFFFF90D3, 3, 1},
-            {0, 4, 0, 6, 0, 0, 0x3, 4, 0}, {0, 9, 9, 7, 0, 0, 0x3, 2, 2}}; // the last one leaves the driver's
+            std::uint32_t driverFlags, parity, stopBits, dataBits;
+            bool dtr, rts;
+            std::uint32_t flags, dcbParity, dcbStopBits;
+        } rows[] = {
+            {0, NOPARITY, ONESTOPBIT, 8, false, false, 0x1, 0, 0},
+            {allFlags, NOPARITY, ONESTOPBIT, 8, false, false, 0xFFFF80C1, 0, 0},
+            {0, ODDPARITY, TWOSTOPBITS, 8, true, false, 0x13, 1, 2},
+            {0, EVENPARITY, ONESTOPBIT, 7, false, true, 0x1003, 2, 0},
+            {allFlags, MARKPARITY, ONE5STOPBITS, 5, true, true, 0xFFFF90D3, 3, 1},
+            {0, SPACEPARITY, ONESTOPBIT, 6, false, false, 0x3, 4, 0},
+            {0, 9, 9, 7, false, false, 0x3, 2, 2},
+        };
         for (const auto& row : rows) {
             using Words = std::array<std::uint32_t, sizeof(DCB) / 4>;
             const Words driver = {28, 9600, row.driverFlags, 1, 2 << 24 | 6 << 16, 2 | 0x1311 << 8, 3};
@@ -88,7 +99,7 @@ private Q_SLOTS:
             device.state = std::bit_cast<DCB>(driver);
             win32::setPort("COM15", device);
             SerialPortWin port({"COM15", 115200, std::uint8_t(row.dataBits), PortParity(row.parity),
-                PortStopBits(row.stopBits), row.dtr != 0, row.rts != 0, 60, 50});
+                PortStopBits(row.stopBits), row.dtr, row.rts, 60, 50});
             QVERIFY(port.open());
             const Words expected = {
                 28, 115200, row.flags, 1, row.dcbParity << 24 | row.dataBits << 16, row.dcbStopBits | 0x1311 << 8, 3};
@@ -140,13 +151,24 @@ private Q_SLOTS:
 
     void failures()
     {
-        int event = 0;
-        for (const char* function : {"CreateEventW", "CreateEventW", "CreateEventW", "CreateFileW", "GetCommState",
-                 "SetCommState", "SetCommTimeouts", "PurgeComm"}) {
-            const bool opens = qstrcmp(function, "PurgeComm") == 0;
+        const struct {
+            const char* function;
+            int nth;
+            bool opens;
+        } rows[] = {
+            {"CreateEventW", 1, false},
+            {"CreateEventW", 2, false},
+            {"CreateEventW", 3, false},
+            {"CreateFileW", 1, false},
+            {"GetCommState", 1, false},
+            {"SetCommState", 1, false},
+            {"SetCommTimeouts", 1, false},
+            {"PurgeComm", 1, true},
+        };
+        for (const auto& row : rows) {
             SerialPortWin port(settings);
-            win32::failCall(function, event < 3 ? ++event : 1, 4711);
-            QVERIFY2(port.open() == opens && port.isOpen() == opens, function);
+            win32::failCall(row.function, row.nth, 4711);
+            QVERIFY2(port.open() == row.opens && port.isOpen() == row.opens, row.function);
             QVERIFY(port.errorString() == errorText(4711) && port.open());
         }
         SerialPortWin port(settings);
