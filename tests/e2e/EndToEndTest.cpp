@@ -1,11 +1,9 @@
+#include "tests/e2e/SimulatedDevice.h"
 #include "tests/support/IntelHex.h"
 #include "tools/fwpack/Package.h"
 
 #include <QElapsedTimer>
-#include <QFile>
-#include <QProcess>
 #include <QRandomGenerator>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <deque>
@@ -116,16 +114,6 @@ const std::vector<BurnCase> burnCases = {
         .exitStatus = 4,
         .log = {notBlank, notBlank, notBlank},
         .error = "Gave up in Erasing: the memory is not blank after 3 erases. The device has no valid firmware"},
-    {.name = "stopped between endless erases",
-        .faults = {"stuck-bit:0x3100.0=0"},
-        .deviceOptions = {"--erase-time", "100"},
-        .burnOptions = {"--max-erases", "0"},
-        .stopAfter = notBlank},
-    {.name = "dead in programming",
-        .faults = {"hangup:write"},
-        .burnOptions = {"--stall", "2"},
-        .exitStatus = 4,
-        .error = "Gave up in Programming: no step was confirmed within 2 s. The device has no valid firmware"},
     {.name = "replies lost", .image = someBlocks, .faults = {"drop:0.2"}},
     {.name = "replies late", .image = someBlocks, .faults = {"late:0.2"}},
     {.name = "long delay", .image = someBlocks, .faults = {"late:1"}, .deviceOptions = {"--late-time", "150"}},
@@ -166,18 +154,6 @@ QByteArray memoryWith(const Image& image, char filler = '\xFF')
     return memory;
 }
 
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool write(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-}
-
 /// One burn with its device, each a process of its own.
 class BurnRun
 {
@@ -188,7 +164,7 @@ public:
     }
 
     /// Starts the device and the burn.
-    void start() { ended = !(write(memoryFile, untouched) && makeFirmware() && startDevice() && startBurn()); }
+    void start() { ended = !(makeFirmware() && startDevice() && startBurn()); }
 
     bool hasEnded() const { return ended; }
 
@@ -215,7 +191,7 @@ public:
     void check()
     {
         const int exitStatus = burn.exitCode();
-        const bool equal = contentOf(memoryFile) == memoryWith(*image);
+        const bool equal = contentOf(device.memoryFile) == memoryWith(*image);
         const QByteArray context =
             QString("exit %1, memory equal %2\n%3%4").arg(exitStatus).arg(equal).arg(log, error).toUtf8();
         QVERIFY2(clock.isValid() && burn.exitStatus() == QProcess::NormalExit, context);
@@ -232,7 +208,7 @@ public:
         QVERIFY2(exitStatus != 0 || equal, context);
         QVERIFY2(log.contains(success) == (exitStatus == 0), context);
         QVERIFY2(log.contains("Operation cancelled by user") == (exitStatus == 130), context);
-        QVERIFY2(log.contains("Erasing") || contentOf(memoryFile) == untouched, context);
+        QVERIFY2(log.contains("Erasing") || contentOf(device.memoryFile) == device.untouched, context);
         qsizetype at = 0;
         for (const QString& line : burnCase.log) {
             at = log.indexOf('\n' + line + '\n', at);
@@ -252,7 +228,7 @@ private:
 
     bool startDevice()
     {
-        QStringList options = {"--link", port, "--memory", memoryFile};
+        QStringList options = burnCase.deviceOptions;
         for (const QString& fault : burnCase.faults) {
             options += {"--fault", fault};
         }
@@ -262,14 +238,12 @@ private:
         if (burnCase.echo) {
             options += "--echo";
         }
-        device.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        device.start(DEVICESIM, options + burnCase.deviceOptions);
-        return device.waitForReadyRead(startLimitMs);
+        return device.start(options);
     }
 
     bool startBurn()
     {
-        burn.start(TAVIMORA_CLI, QStringList{"burn", "--port", port, firmwareFile} + burnCase.burnOptions);
+        burn.start(TAVIMORA_CLI, QStringList{"burn", "--port", device.port, firmwareFile} + burnCase.burnOptions);
         clock.start();
         return burn.waitForStarted(startLimitMs);
     }
@@ -283,19 +257,14 @@ private:
         if (!burnCase.nextImage.empty() && std::exchange(image, &burnCase.nextImage) == &burnCase.image) {
             return makeFirmware() && startBurn();
         }
-        device.terminate();
-        device.waitForFinished(startLimitMs);
+        device.end();
         return false;
     }
 
     const BurnCase& burnCase;
     const Image* image = &burnCase.image;
-    const QByteArray untouched = QByteArray(memorySize, '\0');
-    const QTemporaryDir folder;
-    const QString port = folder.filePath("port");
-    const QString memoryFile = folder.filePath("memory");
-    const QString firmwareFile = folder.filePath("firmware.txt");
-    QProcess device;
+    SimulatedDevice device;
+    const QString firmwareFile = device.folder.filePath("firmware.txt");
     QProcess burn;
     QElapsedTimer clock;
     bool ended = false;

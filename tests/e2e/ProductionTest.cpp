@@ -1,14 +1,12 @@
+#include "tests/e2e/SimulatedDevice.h"
 #include "tests/support/IntelHex.h"
 #include "tools/fwpack/Package.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QSet>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
@@ -19,15 +17,8 @@
 namespace
 {
 
-constexpr int limitMs = 60000;
 const QByteArray content(2000, 'c');
 const unsigned contentAddress = 0x3100;
-
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 QByteArray burnedMemory()
 {
@@ -45,45 +36,9 @@ std::vector<QJsonObject> jsonLines(const QByteArray& text)
     return objects;
 }
 
-/// A simulated device in a process of its own, with a memory of zeros.
-struct Device {
-    explicit Device(const QStringList& options = {})
-    {
-        QFile file(memoryFile);
-        if (file.open(QIODevice::WriteOnly)) {
-            file.write(QByteArray(0x10000, '\0'));
-        }
-        file.close();
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(DEVICESIM, QStringList{"--link", port, "--memory", memoryFile} + options);
-        process.waitForReadyRead(limitMs);
-    }
-
-    ~Device() { end(); }
-
-    /// Ends the device, which writes its memory.
-    void end()
-    {
-        process.terminate();
-        process.waitForFinished(limitMs);
-    }
-
-    QByteArray memory()
-    {
-        end();
-        return readAll(memoryFile);
-    }
-
-    const QTemporaryDir folder;
-    const QString port = folder.filePath("port");
-    const QString memoryFile = folder.filePath("memory");
-    QProcess process;
+struct Device : SimulatedDevice {
+    explicit Device(const QStringList& options = {}) { start(options); }
 };
-
-QStringList withFault(const QString& fault)
-{
-    return {"--fault", fault};
-}
 
 /// What tavimora-cli did.
 struct Answer {
@@ -94,7 +49,7 @@ struct Answer {
 
 Answer answerOf(QProcess& program)
 {
-    program.waitForFinished(limitMs);
+    program.waitForFinished(SimulatedDevice::limitMs);
     return {program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -1, program.readAllStandardOutput(),
         program.readAllStandardError()};
 }
@@ -151,15 +106,13 @@ class ProductionTest : public QObject
     const QString firmware = folder.filePath("firmware.txt");
     const QString recordFile = folder.filePath("record");
 
-    std::vector<QJsonObject> records() const { return jsonLines(readAll(recordFile)); }
+    std::vector<QJsonObject> records() const { return jsonLines(contentOf(recordFile)); }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QFile file(firmware);
-        QVERIFY(file.open(QIODevice::WriteOnly));
         const std::vector<std::pair<unsigned, QByteArray>> image = {{contentAddress, content}};
-        QVERIFY(file.write(fwpack::makePackage({0x0300, "7.1", "Board", 4000000}, hexText(image))) > 0);
+        QVERIFY(write(firmware, fwpack::makePackage({0x0300, "7.1", "Board", 4000000}, hexText(image))));
     }
 
     void init() { QFile::remove(recordFile); }
@@ -175,12 +128,12 @@ private Q_SLOTS:
         };
         const std::vector<Expectation> table = {
             {{}, "succeeded", "", 1},
-            {withFault("drop:0.1"), "succeeded", "", 1},
-            {withFault("stuck-bit:0x3100.0=0") + QStringList{"--erase-time", "100"}, "failed", "gave-up", 2},
-            {withFault("hangup:write"), "failed", "gave-up", 1},
-            {withFault("late-start:600000"), "failed", "no-device", 0},
+            {{"--fault", "drop:0.1"}, "succeeded", "", 1},
+            {{"--fault", "stuck-bit:0x3100.0=0", "--erase-time", "100"}, "failed", "gave-up", 2},
+            {{"--fault", "hangup:write"}, "failed", "gave-up", 1},
+            {{"--fault", "late-start:600000"}, "failed", "no-device", 0},
             {{"--device-id", "0x0400"}, "failed", "wrong-device", 0},
-            {withFault("stuck-bit:0x3200.2=1"), "failed", "verify", 1},
+            {{"--fault", "stuck-bit:0x3200.2=1"}, "failed", "verify", 1},
             {{}, "failed", "port", 0},
         };
         std::vector<std::unique_ptr<Device>> devices;
@@ -214,7 +167,7 @@ private Q_SLOTS:
             QVERIFY2(keys(object) == expectedFields(object), QJsonDocument(object).toJson());
             QCOMPARE(object["label"].toString(), "Ä 1");
             QCOMPARE(object["sha256"].toString(),
-                QString(QCryptographicHash::hash(readAll(firmware), QCryptographicHash::Sha256).toHex()));
+                QString(QCryptographicHash::hash(contentOf(firmware), QCryptographicHash::Sha256).toHex()));
             QVERIFY(!std::exchange(recorded[object["port"].toString()], object).contains("port"));
         }
         QCOMPARE(recorded.size(), table.size());
@@ -237,13 +190,13 @@ private Q_SLOTS:
 
     void stopsAll()
     {
-        Device one(withFault("late-start:600000"));
+        Device one({"--fault", "late-start:600000"});
         Device other({"--erase-time", "60000"});
         QProcess program;
         program.start(
             TAVIMORA_CLI, {"burn", "--record", recordFile, "--port", one.port, "--port", other.port, firmware});
         QByteArray out;
-        while (!out.contains("Erasing...") && program.waitForReadyRead(limitMs)) {
+        while (!out.contains("Erasing...") && program.waitForReadyRead(SimulatedDevice::limitMs)) {
             out += program.readAllStandardOutput();
         }
         ::kill(static_cast<pid_t>(program.processId()), SIGINT);
@@ -269,7 +222,7 @@ private Q_SLOTS:
         const Answer different = run(QStringList{"verify", firmware} + port);
         QVERIFY2(different.status == 1 && different.out.contains(blocks), different.out);
         QVERIFY2(different.out.endsWith(inCharge) && !different.error.contains("valid firmware"), different.error);
-        QVERIFY(!readAll(device.memoryFile).contains('\xFF'));
+        QVERIFY(!contentOf(device.memoryFile).contains('\xFF'));
         QVERIFY(run(QStringList{"burn", "--if-needed", firmware} + port).out.contains("\nErase successful\n"));
         const Answer needless = run(QStringList{"burn", "--if-needed", firmware} + port);
         QVERIFY2(needless.status == 0 && !needless.out.contains("Erasing"), needless.out);
@@ -277,16 +230,6 @@ private Q_SLOTS:
         const Answer same = run(QStringList{"verify", "--reset", firmware} + port);
         QVERIFY2(same.status == 0 && same.out.contains("\nReset device\n") && !same.out.endsWith(inCharge), same.out);
         QCOMPARE(device.memory(), burnedMemory());
-    }
-
-    void refusesAnotherDevice()
-    {
-        Device device({"--device-id", "0x0301"});
-        for (const QStringList& command : {QStringList{"verify"}, {"burn", "--if-needed"}}) {
-            const Answer answer = run(command + QStringList{"--port", device.port, firmware});
-            QVERIFY2(answer.status == 1 && answer.error.contains("Device is not support"), answer.error);
-        }
-        QCOMPARE(device.memory(), QByteArray(0x10000, '\0'));
     }
 
     void station()
@@ -304,7 +247,7 @@ private Q_SLOTS:
         QCOMPARE(records().at(1)["label"].toString(), "SN 3");
         QCOMPARE(device.memory(), burnedMemory());
 
-        Device bad(withFault("stuck-bit:0x3100.0=0"));
+        Device bad({"--fault", "stuck-bit:0x3100.0=0"});
         const Answer failed =
             run({"station", "--json", "--port", bad.port, "--record", recordFile, "--max-erases", "1", firmware},
                 QByteArray(1 << 20, 'x') + "\nSN 4\n");
