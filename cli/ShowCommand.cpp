@@ -108,7 +108,8 @@ QString headerText(const FirmwareFile& firmware)
     };
     return noted("device", hexNumber(firmware.device)) + noted("version", quoted(firmware.version)) +
            noted("target", quoted(firmware.target)) + noted("baudrate", QString::number(firmware.baudrate)) +
-           noted("link", QString::number(firmware.link), firmware.link == 1 ? "the line echoes what is sent" : "");
+           noted("link", QString::number(firmware.link),
+               firmware.link == FirmwareFile::echoLink ? "the line echoes what is sent" : "");
 }
 
 QByteArray textOf(const Report& report)

@@ -15,7 +15,7 @@ public:
     /// The image is not owned and outlives the scanner.
     explicit BlockScanner(const MemoryImage& memoryImage);
 
-    /// Starts the next search at `startAddress`, with no present block.
+    /// Starts the next search at `startAddress`, with no current block.
     void reset(std::uint32_t startAddress);
 
     /// Moves to the next block. Four bytes of 0xFF in a row end a block and lie in none; blocks begin at even addresses
@@ -24,9 +24,9 @@ public:
     /// @return false when no block is left; `address` is then 0 and `data` empty.
     bool next(std::size_t maxLength);
 
-    /// Address of the first byte of the present block.
+    /// Address of the first byte of the current block.
     std::uint32_t address = 0;
-    /// The bytes of the present block.
+    /// The bytes of the current block.
     QByteArray data;
 
 private:

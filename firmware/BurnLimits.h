@@ -13,8 +13,8 @@ inline constexpr std::size_t maxBurnBlockLength = 512;
 /// The last address that a request to the bootloader can name: addresses have 16 bits on the wire.
 inline constexpr std::uint32_t lastBurnAddress = 0xFFFF;
 
-/// Moves to the next block as a burn sends it: at most `maxBurnBlockLength` bytes, of which none lie on both sides of
-/// `lastBurnAddress`. For a scanner that is reset to an even address.
+/// Moves to the next block as a burn sends it: of at most `maxBurnBlockLength` bytes, and ending at `lastBurnAddress`
+/// if it would reach beyond. For a scanner that was reset to an even address.
 /// @return as `BlockScanner::next`
 bool nextBurnBlock(BlockScanner& scanner);
 

@@ -207,7 +207,7 @@ bool FirmwareFile::decryptImage(const QByteArray& cipherText)
     TextBuffer buffer(&text);
     buffer.open(QIODevice::ReadOnly);
     const bool accepted = image.readIntelHex(buffer, hexFaults);
-    for (const QString& fault : accepted ? summary(hexFaults) : QStringList(hexFaults.back().text())) {
+    for (const QString& fault : accepted ? describeFaults(hexFaults) : QStringList(hexFaults.back().text())) {
         faults << QStringLiteral("Intel HEX: ") + fault;
     }
     if (!accepted) {

@@ -27,8 +27,11 @@ public:
     /// Bytes of a block of the cipher.
     static constexpr qsizetype cipherBlockLength = 16;
 
-    /// What a file counts as that gives no speed.
+    /// `baudrate` of a file that gives none.
     static constexpr std::int32_t defaultBaudrate = 57600;
+
+    /// `link` of a line that echoes what is sent.
+    static constexpr std::int32_t echoLink = 1;
 
     FirmwareFile() = default;
     ~FirmwareFile() = default;
@@ -52,7 +55,7 @@ public:
     QString target;
     /// Speed of the serial line for this firmware, in bits per second.
     std::int32_t baudrate = defaultBaudrate;
-    /// Kind of link; 1 is a line that echoes what is sent, every other value has no meaning.
+    /// Kind of link; every value but `echoLink` has no meaning.
     std::int32_t link = 0;
     MemoryImage image;
     BlockScanner scanner{image};

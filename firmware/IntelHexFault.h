@@ -31,6 +31,9 @@ struct IntelHexFault {
     /// For instance "line:0012 too short".
     QString text() const;
 
+    /// Whether the reader stops at the line.
+    bool rejectsLine() const { return kind <= InvalidChecksum; }
+
     /// Whether the reader passes over part of the text, or puts it where it cannot be meant.
     bool losesData() const { return kind >= SurplusBytes && kind <= CrossesTop; }
 };
@@ -38,7 +41,7 @@ struct IntelHexFault {
 using IntelHexFaults = std::vector<IntelHexFault>;
 
 /// The texts of the first twenty, and the number of the others: every line of a bad file may have a fault.
-QStringList summary(const IntelHexFaults& faults);
+QStringList describeFaults(const IntelHexFaults& faults);
 
 /// Writes the lines that are rejected and the record types that are not supported to Qt's log, at critical level.
 void logFaults(const IntelHexFaults& faults);

@@ -40,7 +40,7 @@ public:
         if (!line.startsWith(':')) {
             return reject(IntelHexFault::NoRecord);
         }
-        const QByteArray record = QByteArray::fromHex(line);
+        const QByteArray record = QByteArray::fromHex(line); // passes over the colon, too
         const auto* const bytes = reinterpret_cast<const std::uint8_t*>(record.constData());
         if (record.size() < recordOverhead || record.size() < recordOverhead + bytes[0]) {
             return reject(IntelHexFault::TooShort);
@@ -153,7 +153,7 @@ QString IntelHexFault::text() const
     return QString::asprintf(formatOf(kind), line, value);
 }
 
-QStringList summary(const IntelHexFaults& faults)
+QStringList describeFaults(const IntelHexFaults& faults)
 {
     constexpr std::size_t limit = 20;
     QStringList texts;
@@ -169,7 +169,7 @@ QStringList summary(const IntelHexFaults& faults)
 void logFaults(const IntelHexFaults& faults)
 {
     for (const IntelHexFault& fault : faults) {
-        if (fault.kind <= IntelHexFault::InvalidChecksum || fault.kind == IntelHexFault::UnsupportedType) {
+        if (fault.rejectsLine() || fault.kind == IntelHexFault::UnsupportedType) {
             QMessageLogger().critical("%s", qPrintable(fault.text()));
         }
     }

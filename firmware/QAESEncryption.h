@@ -47,7 +47,7 @@ private:
     int nk;
     int nr;
     int padding;
-    /// What the block transforms work on, in place; null outside of them.
+    /// The block that a block transform works on, in place; null outside of it.
     QByteArray* state = nullptr;
     static const std::array<std::uint8_t, 256> sbox;
     static const std::array<std::uint8_t, 256> rsbox;

@@ -76,7 +76,7 @@ bool HexInput::readImage()
     if (fatal == faults.end() && !accepted) {
         --fatal;
     }
-    warnings += summary(IntelHexFaults(faults.begin(), fatal));
+    warnings += describeFaults(IntelHexFaults(faults.begin(), fatal));
     return fatal == faults.end() || fail(fatal->text());
 }
 
