@@ -6,6 +6,7 @@
 #include <QMessageLogger>
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 namespace
@@ -121,6 +122,20 @@ private:
     int endOfFileLine = 0;
 };
 
+/// Reads a line of any length, with its line end. `QIODevice::readLine` without a buffer of the caller's allocates 16
+/// KiB for each.
+void readLine(QIODevice& device, QByteArray& line)
+{
+    std::array<char, 1024> part{};
+    constexpr auto longestPart = static_cast<qint64>(part.size()) - 1;
+    qint64 length = 0;
+    line.resize(0);
+    do {
+        length = device.readLine(part.data(), longestPart + 1);
+        line.append(part.data(), std::max<qint64>(length, 0));
+    } while (length == longestPart && !line.endsWith('\n'));
+}
+
 const char* formatOf(IntelHexFault::Kind kind)
 {
     switch (kind) {
@@ -187,8 +202,10 @@ bool MemoryImage::readIntelHex(QIODevice& device, IntelHexFaults& faults)
 {
     clear();
     IntelHexReader reader(*this, faults);
+    QByteArray line;
     while (!device.atEnd()) {
-        if (!reader.takeLine(device.readLine())) {
+        readLine(device, line);
+        if (!reader.takeLine(line)) {
             return false;
         }
     }

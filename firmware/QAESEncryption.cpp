@@ -149,7 +149,10 @@ QByteArray QAESEncryption::decode(const QByteArray& rawText, const QByteArray& k
         return {};
     }
     const QByteArray expandedKey = expandKey(key);
-    const auto blockAt = [this, &rawText](qsizetype at) { return rawText.mid(at, blockLength); };
+    // Not copies: the block transforms make one anyway.
+    const auto blockAt = [this, &rawText](qsizetype at) {
+        return QByteArray::fromRawData(rawText.constData() + at, std::min<qsizetype>(blockLength, rawText.size() - at));
+    };
     const qsizetype wholeBlocks = rawText.size() - rawText.size() % blockLength;
     QByteArray result;
     result.reserve(rawText.size());
@@ -242,7 +245,7 @@ QByteArray QAESEncryption::expandKey(const QByteArray& key) const
 QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, const QByteArray& block)
 {
     static constexpr MixTable mixTable = makeMixTable({0x02, 0x01, 0x01, 0x03});
-    QByteArray result = block;
+    QByteArray result(block.constData(), block.size());
     state = &result;
     Columns columns = columnsAt(*state, 0);
     addRoundKey(columns, expandedKey, 0);
@@ -264,7 +267,7 @@ QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, const QByteArra
 QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, const QByteArray& block)
 {
     static constexpr MixTable inverseMixTable = makeMixTable({0x0E, 0x09, 0x0D, 0x0B});
-    QByteArray result = block;
+    QByteArray result(block.constData(), block.size());
     state = &result;
     Columns columns = columnsAt(*state, 0);
     addRoundKey(columns, expandedKey, nr);
