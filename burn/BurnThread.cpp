@@ -16,9 +16,6 @@
 namespace
 {
 
-/// `link` of a firmware file for a line that echoes what is sent.
-constexpr int echoLink = 1;
-
 constexpr int defaultDeadlineMs = 1000;
 constexpr int powerupDelayMs = 3000;
 constexpr int noDeadline = -1;
@@ -169,7 +166,7 @@ bool BurnThread::openPort()
         const QString text =
             job.task == BurnTask::Verify ? tr("Comparing with firmware: '%1' %2") : tr("Uploading firmware: '%1' %2");
         postLog(text.arg(firmware->target, firmware->version));
-        client->echoOn = firmware->link == echoLink;
+        client->echoOn = firmware->link == FirmwareFile::echoLink;
         client->expectedDevice = firmware->device;
     }
     if (client->open(job.portName.toStdString(), static_cast<std::uint32_t>(firmware->baudrate))) {
@@ -292,7 +289,12 @@ void BurnThread::blankCheckStep()
     advance = answer.answered;
     if (answer.answered && !answer.blank) {
         postError(withBlock(tr("Found bad memory block %1:%2")));
-        setState(State::Erase);
+        if (job.maxErases && lastResult.erases >= *job.maxErases) {
+            lastResult.reason = BurnResult::Reason::NotBlank;
+            setState(State::Finished);
+        } else {
+            setState(State::Erase);
+        }
     }
 }
 

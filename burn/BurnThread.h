@@ -37,6 +37,8 @@ struct BurnJob {
     std::int32_t baudrate = 57600;
     /// For `Verify` and `Identify`: resets the device at the end. Otherwise its bootloader stays in charge.
     bool resetAtEnd = false;
+    /// Ends the burn when the memory is not blank after so many erases; nothing for no limit.
+    std::optional<int> maxErases = {};
 };
 
 /// What a run found out.
@@ -50,6 +52,8 @@ struct BurnResult {
         Port,
         /// The device is not the one that the firmware is for.
         OtherDevice,
+        /// The memory is not blank after as many erases as the job allows.
+        NotBlank,
         /// Blocks differ.
         Verification,
         /// `stopBurn` was called.

@@ -42,6 +42,8 @@ QString reasonWord(RunEnd end, BurnResult::Reason reason)
         return QStringLiteral("wrong-device");
     case BurnResult::Reason::Verification:
         return QStringLiteral("verify");
+    case BurnResult::Reason::NotBlank:
+        return QStringLiteral("gave-up");
     case BurnResult::Reason::None:
     case BurnResult::Reason::Stopped:
         break;
@@ -80,6 +82,7 @@ void DeviceRun::start(BurnJob newJob, std::function<void(const RunReport&)> when
     startTime = QDateTime::currentDateTimeUtc();
     clock.start();
     job.portName = port.name;
+    job.maxErases = limits.maxErases;
     burnThread.startJob(job);
 }
 
@@ -132,14 +135,7 @@ void DeviceRun::enterState(const QString& name)
         deviceTimer.stop();
     }
     noteStep();
-    if (name != BurnThread::erasingStatus()) {
-        return;
-    }
-    ++erasesBegun;
-    if (limits.maxErases && erasesBegun > *limits.maxErases) {
-        giveUp(RunEnd::GaveUp, QStringLiteral("Gave up in %1: the memory is not blank after %2")
-                                   .arg(name, counted(*limits.maxErases, QStringLiteral("erase"))));
-    }
+    eraseBegun = eraseBegun || name == BurnThread::erasingStatus();
 }
 
 /// Starts the time limit of a step anew.
@@ -223,6 +219,11 @@ RunReport DeviceRun::makeReport() const
     case BurnThread::Outcome::Failed:
         report.end = RunEnd::Failed;
         report.explanation = lastError;
+        if (report.result.reason == BurnResult::Reason::NotBlank) {
+            report.end = RunEnd::GaveUp;
+            report.explanation = QStringLiteral("Gave up in Blank Checking: the memory is not blank after %1")
+                                     .arg(counted(report.result.erases, QStringLiteral("erase")));
+        }
         break;
     case BurnThread::Outcome::Cancelled:
         report.end = stopEnd.value_or(RunEnd::Stopped);
@@ -232,7 +233,7 @@ RunReport DeviceRun::makeReport() const
     report.reason = reasonWord(report.end, report.result.reason);
     if (report.result.erases > 0) {
         report.explanation += QStringLiteral(". The device has no valid firmware, its bootloader is in charge");
-    } else if (erasesBegun > 0) {
+    } else if (eraseBegun) {
         report.explanation += QStringLiteral(". The device may have been erased, its bootloader is in charge");
     }
     return report;

@@ -97,7 +97,7 @@ private:
     QTimer stallTimer;
     QString state;
     int statesEntered = 0;
-    int erasesBegun = 0;
+    bool eraseBegun = false;
     int lastValue = 0;
     QString lastError;
     /// Set when this side has stopped the run: why, in the two forms of the report.

@@ -113,7 +113,7 @@ const std::vector<BurnCase> burnCases = {
         .deviceOptions = {"--erase-time", "100"},
         .exitStatus = 4,
         .log = {notBlank, notBlank, notBlank},
-        .error = "Gave up in Erasing: the memory is not blank after 3 erases. The device has no valid firmware"},
+        .error = "Gave up in Blank Checking: the memory is not blank after 3 erases. The device has no valid firmware"},
     {.name = "replies lost", .image = someBlocks, .faults = {"drop:0.2"}},
     {.name = "replies late", .image = someBlocks, .faults = {"late:0.2"}},
     {.name = "long delay", .image = someBlocks, .faults = {"late:1"}, .deviceOptions = {"--late-time", "150"}},
