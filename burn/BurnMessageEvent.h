@@ -11,7 +11,7 @@ enum class MessageKind : std::int32_t {
     Log = 1,
     /// A line of plain text for the log, in the error colour.
     Error = 2,
-    /// A short name of the present state; an empty text when there is none to show.
+    /// A short name of the current state; an empty text when there is none to show.
     Status = 3,
 };
 

@@ -10,6 +10,7 @@
 
 #include <QEventLoop>
 #include <QSet>
+#include <QTimer>
 
 #include <deque>
 
@@ -27,6 +28,8 @@ public:
         , signal([this] { stop(); })
         , input([this](const QString& line) { take(line); }, [this] { endInput(); })
     {
+        nextTimer.setSingleShot(true);
+        nextTimer.callOnTimeout([this] { burnNext(); });
         plan.onReport = [this](const RunReport& report) { conclude(report); };
     }
 
@@ -48,11 +51,7 @@ private:
     }
 
     /// Not at once, since a burn runs an event loop of its own, in which the next lines come.
-    void goOnSoon()
-    {
-        QMetaObject::invokeMethod(
-            &loop, [this] { burnNext(); }, Qt::QueuedConnection);
-    }
+    void goOnSoon() { nextTimer.start(0); }
 
     /// Burns what waits, one after the other. Lines that come meanwhile wait too.
     void burnNext()
@@ -60,7 +59,7 @@ private:
         while (group == nullptr && !stopped && !waiting.empty()) {
             label = waiting.front();
             waiting.pop_front();
-            QString problem = refusal();
+            QString problem = validateLabel();
             if (problem.isEmpty()) {
                 problem = record.prepare(1);
             }
@@ -75,7 +74,7 @@ private:
         }
     }
 
-    QString refusal() const
+    QString validateLabel() const
     {
         if (label.isEmpty()) {
             return QStringLiteral("The line is empty");
@@ -160,6 +159,7 @@ private:
     RunPlan plan;
     BurnRecord& record;
     QEventLoop loop;
+    QTimer nextTimer;
     std::deque<QString> waiting;
     QSet<QString> passedLabels;
     QString label;

@@ -16,20 +16,20 @@ constexpr std::int64_t bitsPerByte = 10;
 /// A host sees bytes in portions of this length, as an adapter delivers them.
 constexpr auto handoverPeriod = 1ms;
 
-std::chrono::nanoseconds timeOfByte(std::uint32_t bitsPerSecond)
+std::chrono::nanoseconds timeOfByte(std::uint32_t baudRate)
 {
-    if (bitsPerSecond == 0) {
+    if (baudRate == 0) {
         return 0ns;
     }
     const auto second = std::chrono::nanoseconds(1s).count();
-    return std::chrono::nanoseconds((bitsPerByte * second + bitsPerSecond / 2) / bitsPerSecond);
+    return std::chrono::nanoseconds((bitsPerByte * second + baudRate / 2) / baudRate);
 }
 
 } // namespace
 
-PacedLine::PacedLine(PseudoTerminal& pseudoTerminal, std::uint32_t bitsPerSecond, bool echoOn)
+PacedLine::PacedLine(PseudoTerminal& pseudoTerminal, std::uint32_t baudRate, bool echoOn)
     : terminal(pseudoTerminal)
-    , timePerByte(timeOfByte(bitsPerSecond))
+    , timePerByte(timeOfByte(baudRate))
     , echo(echoOn)
 {
 }

@@ -27,9 +27,9 @@ public:
     };
 
     /// @param pseudoTerminal outlives the line.
-    /// @param bitsPerSecond 0: no pacing.
+    /// @param baudRate 0: no pacing.
     /// @param echoOn every byte that arrives is sent back at once.
-    PacedLine(PseudoTerminal& pseudoTerminal, std::uint32_t bitsPerSecond, bool echoOn);
+    PacedLine(PseudoTerminal& pseudoTerminal, std::uint32_t baudRate, bool echoOn);
 
     /// Moves bytes: takes what the host has written, and hands over what has left by `now`.
     void transfer(TimePoint now);
