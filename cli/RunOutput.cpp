@@ -121,10 +121,11 @@ public:
             break;
         case ProgressKind::Value:
             if (!of.state.isEmpty() && (!of.sinceProgress.isValid() || of.sinceProgress.hasExpired(leastIntervalMs))) {
-                of.sinceProgress.start();
                 print(run, QStringLiteral("progress"),
                     {{QStringLiteral("state"), of.state}, {QStringLiteral("value"), event.value},
                         {QStringLiteral("minimum"), of.minimum}, {QStringLiteral("maximum"), of.maximum}});
+                // Started behind the time that was printed, so that the times of two lines keep the interval.
+                of.sinceProgress.start();
             }
             break;
         case ProgressKind::Enabled:

@@ -144,7 +144,7 @@ private Q_SLOTS:
             arguments += {"--port", devices.back()->port + (row.reason == "port" ? ".none" : "")};
         }
         const Answer answer = run(arguments);
-        QCOMPARE(answer.status, 1);
+        QVERIFY2(answer.status == 1, answer.error);
 
         std::map<QString, QJsonObject> results;
         std::map<QString, QDateTime> lastProgress;
