@@ -20,6 +20,9 @@ constexpr std::uint32_t fullLimitsBaudRate = 57600;
 /// Reads that `dropInput` makes at most. At 57600 baud and below they last twice as long as the longest reply.
 constexpr int maxDropReads = 8;
 
+/// Unusable replies in a row after which the input queue is emptied.
+constexpr int maxUnusableReplies = 4;
+
 /// How long a probe waits for its answer: no longer than any command, since a cancel does not end it.
 constexpr std::chrono::milliseconds probeLimit{300};
 
@@ -120,6 +123,7 @@ bool BootloaderClient::open(const std::string& portName, std::uint32_t baudRate)
     port->setParity(PortParity::None);
     port->setTimeouts(limitFor(baudRate, writeLimitMs), limitFor(baudRate, readLimitMs));
     inFlight = {};
+    unusableReplies = 0;
     otherDevice = false;
     return port->open();
 }
@@ -230,10 +234,18 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
     if (otherDevice || (answerCounts && !ensureInStep(frame))) {
         return BootStatus::None;
     }
+    if (unusableReplies == maxUnusableReplies) {
+        dropInput();
+        unusableReplies = 0;
+    }
     const BootStatus status = transfer(frame);
     inFlight.request = frame;
-    if (!isAnswerTo(frame, status)) {
+    if (isAnswerTo(frame, status)) {
+        unusableReplies = 0;
+    } else {
         inFlight.cause = InFlight::Cause::Answer;
+        const bool silence = status == BootStatus::None && !inFlight.debris;
+        unusableReplies = silence ? 0 : unusableReplies + 1;
     }
     return status;
 }

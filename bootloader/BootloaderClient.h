@@ -134,7 +134,7 @@ private:
     /// Sends a request and reads its reply: one write, then reads until a status byte, and what belongs to it, has come
     /// or the deadline of the command has passed. The deadline is tested only after a read, so a silent line is left at
     /// the first multiple of the read limit past it. What a failed exchange leaves in the input queue is met by the
-    /// next one, which drops bytes that are no status.
+    /// next one, which drops bytes that are no status; after several unusable replies in a row the queue is emptied.
     /// @return the status; `Data` when `reply` holds a new, whole and intact data reply; `None` in every other case,
     /// also when the request was not sent because an earlier reply could still come.
     BootStatus exchange(const BootFrame& frame);
@@ -155,6 +155,10 @@ private:
     /// Where a reply is read to. The first byte is the status of the current exchange.
     std::array<std::uint8_t, boot::replyCapacity> replyBuffer{};
     InFlight inFlight;
+    /// Exchanges in a row that ended with a damaged reply, or with one that is no answer to their request. The input
+    /// queue may then be out of step with the replies for good: where a block holds what looks like the head of a
+    /// reply, each attempt takes that for its reply and swallows the head of the next.
+    int unusableReplies = 0;
     bool otherDevice = false;
     Clock now;
 };

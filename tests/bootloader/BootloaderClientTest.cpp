@@ -312,6 +312,26 @@ private Q_SLOTS:
         QVERIFY2(link.line->now - flood < milliseconds(1000), "ends on a line that is never silent");
     }
 
+    /// A block may hold what looks like the head of a reply. Once in the middle of one, each attempt would take that
+    /// for its reply and swallow the real head of the next.
+    void outOfStep()
+    {
+        for (const bool echo : {false, true}) {
+            Bytes block(512);
+            block[100] = 0x80;
+            block[104] = 0xF0;
+            const ScriptedLine::Reply reply = ScriptedLine::dataReply(block);
+            Link link(reply.bytes);
+            link.client.echoOn = link.line->echo = echo;
+            link.line->deliver({{reply.bytes.begin() + 60, reply.bytes.end()}});
+            int attempts = 1;
+            while (link.client.readBlock(0, 512) != block && attempts < 50) {
+                ++attempts;
+            }
+            QVERIFY2(attempts > 1 && attempts < 10, qPrintable(QString::number(attempts)));
+        }
+    }
+
     void echo()
     {
         Link link({0x90});
