@@ -69,7 +69,7 @@ QSet<QString> keys(const QJsonObject& object)
     return {names.begin(), names.end()};
 }
 
-// The fields that docs/tavimora-cli.md promises.
+// The fields that tavimora-cli(1) promises.
 const QSet<QString> common = {"event", "port", "time"};
 const QSet<QString> resultFields = {"outcome", "reason", "explanation", "blocks", "badBlocks", "erases", "seconds"};
 const QSet<QString> identityFields = {"deviceId", "deviceFamily", "bootloaderVersion", "previousFirmware"};
