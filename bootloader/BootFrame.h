@@ -64,6 +64,13 @@ constexpr bool wantsData(std::span<const std::uint16_t> frame)
     return isAnswer(commandOf(frame.front()), BootStatus::Data);
 }
 
+/// Whether a request changes the memory of the device.
+constexpr bool changesMemory(std::span<const std::uint16_t> frame)
+{
+    const BootCommand command = commandOf(frame.front());
+    return command == BootCommand::CmdErase || command == BootCommand::CmdWriteBlock;
+}
+
 /// The checksum of a request: all words before it, combined by XOR from 0xFFFF on.
 constexpr std::uint16_t requestChecksum(std::span<const std::uint16_t> words)
 {

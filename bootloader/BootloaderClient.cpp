@@ -26,6 +26,10 @@ constexpr int maxUnusableReplies = 4;
 /// How long a probe waits for its answer: no longer than any command, since a cancel does not end it.
 constexpr std::chrono::milliseconds probeLimit{300};
 
+/// Without an answer for this time the device on the line may be another one. To exchange it takes at least twice as
+/// long, so that a late reply in between does not matter.
+constexpr std::chrono::milliseconds deviceChangeTime{500};
+
 // What ping asks about: one word at the end of the address space, which every device has.
 constexpr std::uint16_t pingAddress = 0xFFF0;
 constexpr std::uint16_t pingWords = 1;
@@ -125,6 +129,7 @@ bool BootloaderClient::open(const std::string& portName, std::uint32_t baudRate)
     inFlight = {};
     unusableReplies = 0;
     otherDevice = false;
+    sameDeviceUntil = now() + deviceChangeTime.count();
     return port->open();
 }
 
@@ -229,10 +234,14 @@ BootStatus BootloaderClient::sendData(BootCommand command, std::uint16_t address
 
 BootStatus BootloaderClient::exchange(const BootFrame& frame)
 {
-    // Nobody relies on the answer to a reset.
-    const bool answerCounts = boot::commandOf(frame.front()) != BootCommand::CmdReset;
-    if (otherDevice || (answerCounts && !ensureInStep(frame))) {
+    if (otherDevice) {
         return BootStatus::None;
+    }
+    // Nobody relies on the answer to a reset.
+    if (boot::commandOf(frame.front()) != BootCommand::CmdReset) {
+        if (const std::optional<BootStatus> ended = ensureInStep(frame)) {
+            return *ended;
+        }
     }
     if (unusableReplies == maxUnusableReplies) {
         dropInput();
@@ -242,6 +251,7 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
     inFlight.request = frame;
     if (isAnswerTo(frame, status)) {
         unusableReplies = 0;
+        sameDeviceUntil = now() + deviceChangeTime.count();
     } else {
         inFlight.cause = InFlight::Cause::Answer;
         const bool silence = status == BootStatus::None && !inFlight.debris;
@@ -265,29 +275,35 @@ BootStatus BootloaderClient::transfer(const BootFrame& frame)
 ///
 /// A repeat of the request that is without its answer is sent at once. That is not only allowed, since any reply to it
 /// will do, but necessary: the repeats use up the late replies, and a line with a long delay would never get in step
-/// otherwise.
-/// @return false when the probe was not answered, or by another device; `frame` must not be sent then.
-bool BootloaderClient::ensureInStep(const BootFrame& frame)
+/// otherwise. Only what changes the memory is not repeated without a question when the device has been silent for so
+/// long that it may be another one by now.
+/// @return nothing if `frame` may be sent. Otherwise the exchange ends with this status: `None` if the probe was not
+/// answered, or by another device; or the late answer to `frame`, if that came instead.
+std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
 {
-    while (inFlight.cause != InFlight::Cause::Nothing && inFlight.request != frame) {
+    const bool mayHaveChanged = boot::changesMemory(frame) && now() >= sameDeviceUntil;
+    while (inFlight.cause != InFlight::Cause::Nothing && (inFlight.request != frame || mayHaveChanged)) {
+        const bool repeats = inFlight.request == frame;
         const BootFrame question = questionUnlike(inFlight.request);
         const bool asksVersion = boot::wantsData(question);
-        if (!probe(question)) {
-            return false;
+        const BootStatus status = probe(question, repeats);
+        if (status == BootStatus::None || (repeats && isAnswerTo(frame, status))) {
+            return status;
         }
         if (asksVersion) {
             takeIdentity();
             otherDevice = expectedDevice && deviceId != *expectedDevice;
             if (otherDevice) {
-                return false;
+                return BootStatus::None;
             }
+            sameDeviceUntil = now() + deviceChangeTime.count();
         }
         // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
         // answer to `frame`; otherwise they are the replies to wait for.
         const bool settled = inFlight.probes == 1 || asksVersion != boot::wantsData(frame);
         inFlight = settled ? InFlight{} : InFlight{question, InFlight::Cause::Answer};
     }
-    return true;
+    return {};
 }
 
 /// A request whose answer cannot be taken for the one to `request`: the version, which noise can hardly imitate, or the
@@ -302,17 +318,19 @@ BootFrame BootloaderClient::questionUnlike(const BootFrame& request) const
                : boot::makeFrame(BootCommand::CmdGetVersion, 0, 0);
 }
 
-/// @return whether an answer to `question` has come.
-bool BootloaderClient::probe(const BootFrame& question)
+/// @param repeats the request is about to be repeated, so that a late answer to it is welcome too.
+/// @return the status of the answer that has come; `None` without one.
+BootStatus BootloaderClient::probe(const BootFrame& question, bool repeats)
 {
     const bool copyOnly = inFlight.cause == InFlight::Cause::Copy;
     const auto answered = [&](BootStatus status) {
-        const bool ofRequest = status == BootStatus::Data && isAnswerTo(inFlight.request, status);
-        return isAnswerTo(question, status) && !ofRequest;
+        const bool ofRequest = isAnswerTo(inFlight.request, status);
+        const bool alike = status == BootStatus::Data && ofRequest;
+        return (repeats && ofRequest) || (isAnswerTo(question, status) && !alike);
     };
     // A line with a long delay may bring the answer to one probe during the next, so that only the first one drops what
     // is there. An echo, though, is only counted, so nothing may stand in front of it.
-    if ((inFlight.probes == 0 && !copyOnly) || echoOn || inFlight.debris) {
+    if ((inFlight.probes == 0 && !copyOnly && !repeats) || echoOn || inFlight.debris) {
         dropInput();
     }
     ++inFlight.probes;
@@ -323,13 +341,13 @@ bool BootloaderClient::probe(const BootFrame& question)
         status = awaitReply({});
     }
     if (!answered(status)) {
-        return false;
+        return BootStatus::None;
     }
     // Noise may have looked like the answer.
-    if (!copyOnly) {
+    if (!copyOnly && !repeats) {
         dropInput();
     }
-    return true;
+    return status;
 }
 
 BootStatus BootloaderClient::awaitReply(std::chrono::milliseconds limit)
@@ -379,12 +397,21 @@ bool BootloaderClient::takeDataReply()
 }
 
 /// Whether a reply proves to be the answer to `frame`. One that does not may belong to something else, with the answer
-/// still to come.
+/// still to come. The echo of a version request, for one, looks like a version reply without data.
 bool BootloaderClient::isAnswerTo(const BootFrame& frame, BootStatus status) const
 {
     const BootCommand command = boot::commandOf(frame.front());
-    return isAnswer(command, status) &&
-           (command != BootCommand::CmdReadBlock || reply.size() == boot::replySize(boot::countOf(frame)));
+    if (!isAnswer(command, status)) {
+        return false;
+    }
+    switch (command) {
+    case BootCommand::CmdReadBlock:
+        return reply.size() == boot::replySize(boot::countOf(frame));
+    case BootCommand::CmdGetVersion:
+        return reply.size() >= versionReplySize;
+    default:
+        return true;
+    }
 }
 
 /// Takes versions and identity out of the last version reply, unless it is too short to hold them.

@@ -140,9 +140,9 @@ private:
     BootStatus exchange(const BootFrame& frame);
     BootStatus transfer(const BootFrame& frame);
     void dropInput();
-    bool ensureInStep(const BootFrame& frame);
+    std::optional<BootStatus> ensureInStep(const BootFrame& frame);
     BootFrame questionUnlike(const BootFrame& request) const;
-    bool probe(const BootFrame& question);
+    BootStatus probe(const BootFrame& question, bool repeats);
     BootStatus awaitReply(std::chrono::milliseconds limit);
     BootStatus awaitStatus(std::chrono::milliseconds limit);
     bool takeDataReply();
@@ -159,6 +159,8 @@ private:
     /// queue may then be out of step with the replies for good: where a block holds what looks like the head of a
     /// reply, each attempt takes that for its reply and swallows the head of the next.
     int unusableReplies = 0;
+    /// Until then the device on the line is the one that gave the last answer, or that was there at `open`.
+    QDeadlineTimer sameDeviceUntil;
     bool otherDevice = false;
     Clock now;
 };

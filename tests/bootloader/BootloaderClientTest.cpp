@@ -232,8 +232,9 @@ private Q_SLOTS:
     {
         Link link;
         QVERIFY(!link.client.writeBlock(0, {1, 2}));
-        for (const char* status : {"", "90", "A0"}) {
-            link.answer(bytes(status));
+        // The last one is the echo of the question.
+        for (const char* reply : {"", "90", "A0", "80 1E 00 00 00 00 7F E1"}) {
+            link.answer(bytes(reply));
             const std::size_t before = link.line->requests.size();
             QVERIFY2(!link.client.writeBlock(2, {1, 2}), "what came could be the answer to the first write");
             QCOMPARE(link.line->requests.size(), before + 1);

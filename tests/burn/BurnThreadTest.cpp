@@ -229,6 +229,13 @@ const std::vector<Burn> burns = {
     {"another device in the delay", up + foreign + end, "vpv", Failed, {{'p', 5, Fault::Swapped}}},
     {"another device in the blank check", up + erased + check + at({a, a, b}) + foreign + end, "vpebbv", Failed,
         {{'b', 1, Fault::Swapped}}},
+    {"another device while an erase is repeated", up + foreign + end, "vpeevvv", Failed,
+        {{'e', 1, Fault::Swapped, 1000}}},
+    {"another device while a write is repeated",
+        checked + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) +
+            at({a}) + unwritten(a) + foreign + end,
+        "vpebbbbwwvvv", Failed, {{'w', 1, Fault::Swapped, 1000}}},
+    {"slow erase", written + all + good, "vpeevvvvbbbbwwwwrprrrx", Succeeded, {{'e', 1, Fault::Late, 1500}}},
     {"stop before the port opens", upload + wait + cancelled, "", Cancelled, {{Fault::opening, 1, Fault::Stop}}},
     {"stop while waiting", upload + wait + cancelled, "vv", Cancelled,
         {{'v', 1, Fault::Ignored}, {'v', 2, Fault::Stop}}},

@@ -4,13 +4,16 @@
 #include "tests/support/ScriptedPort.h"
 
 #include <QByteArray>
-#include <QHash>
 #include <QString>
 #include <QVector>
 
 #include <array>
+#include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -19,16 +22,26 @@ struct Fault {
     enum Kind {
         /// Neither an effect nor a reply.
         Ignored,
+        ReplyLost,
         Refused,
         NotBlank,
         /// A reply to a read with a wrong bit, and a checksum to match.
         BadBit,
         SentTwice,
-        /// The reply comes `laterMs` later.
+        /// The reply comes `value` milliseconds later.
         Late,
+        /// Only the first `value` bytes of the reply come.
+        Cut,
+        /// Bit `value` of the reply is wrong, counted from the lowest one of the first byte.
+        Flipped,
+        /// The byte `value` comes before the reply.
+        Stray,
+        /// The device restarts: neither effects nor replies for `value` milliseconds.
+        Restart,
         /// A stop comes while the request runs.
         Stop,
-        /// No effect and no reply, and from the next request on a device of another id answers.
+        /// Neither effects nor replies for `value` milliseconds, then a device of another id answers; or the first
+        /// again.
         Swapped,
     };
     static constexpr int every = 0;
@@ -40,7 +53,7 @@ struct Fault {
     /// Which request of that type, from 1 on, or `every`.
     int requestNumber;
     Kind kind;
-    int laterMs = 0;
+    int value = 0;
 };
 using Faults = std::vector<Fault>;
 
@@ -56,6 +69,9 @@ public:
     /// Starts the faults anew, with a used memory.
     void restart();
 
+    /// What goes wrong with a request, given its letter and its number; by default as the faults given say.
+    std::function<std::optional<Fault>(char, int)> faultFor;
+
     /// The requests so far, a letter each: version, ping (a row of them counts as one), erase, blank check, write,
     /// read, reset (x).
     QString requests;
@@ -65,19 +81,26 @@ public:
     std::shared_ptr<ScriptedLine> line = std::make_shared<ScriptedLine>();
     /// The client of the last burn, while it lives.
     std::weak_ptr<BootloaderClient> client;
+    /// Time between a request and its reply; a ping takes 50 ms more.
+    std::chrono::milliseconds latency{0};
     /// Real time that a ping takes, for burns by the real clock.
     unsigned long pingMs = 0;
     std::array<std::uint8_t, 0x10000> memory{};
+    /// A bit of the memory that never becomes 0, as address and mask.
+    std::pair<unsigned, std::uint8_t> stuckBit = {0, 0};
+    /// The device of the other id was erased or written.
+    bool otherTouched = false;
 
 private:
-    const Fault* nextFault(char request);
+    std::optional<Fault> nextFault(char request);
     void awaitStop(bool whileOpen);
     ScriptedLine::Reply serve(const ScriptedLine::Bytes& request);
     ScriptedLine::Reply obey(char letter, const ScriptedLine::Bytes& request);
 
-    Faults faults;
-    QHash<char, int> counts;
-    std::uint8_t idLow = 0;
+    std::map<char, int> counts;
+    /// The device of the other id answers.
+    bool swapped = false;
+    ScriptedLine::Time restarted{0};
 };
 
 /// Data of an image: address and bytes.
@@ -86,4 +109,4 @@ using ImagePart = std::pair<unsigned, QByteArray>;
 /// Writes a firmware file.
 /// @return its path.
 QString writeFirmware(
-    const QString& folder, const QVector<ImagePart>& image, int device = 0x0300, int baudrate = 57600);
+    const QString& folder, const QVector<ImagePart>& image, int device = 0x0300, int baudrate = 57600, int link = 0);
