@@ -1,0 +1,371 @@
+// Burns on a scripted device in virtual time with every placement of up to N faults over the requests of a burn, or
+// with faults at random, and checks after each that the program has told the truth. Prints the shortest sequence of
+// faults that breaks a rule. Usage: ExploreBurns [--faults N] [--random BURNS] [--seed N]
+
+#include "bootloader/BootloaderClient.h"
+#include "burn/BurnMessageEvent.h"
+#include "firmware/FirmwareFile.h"
+#include "tests/burn/ScriptedDevice.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <random>
+#include <thread>
+
+namespace
+{
+
+using namespace std::chrono_literals;
+
+/// A burn has ended by itself after this time, whatever went wrong.
+constexpr auto longestBurn = 60s;
+/// While blocks are written and read, a pass takes no longer, and leaves a block behind or a line in the log.
+constexpr auto longestPass = 1500ms;
+constexpr int maxErases = 3;
+
+/// Four blocks: one that reads like a version reply, two alike, and one that holds what looks like the head of a reply.
+const QByteArray likeVersion = QByteArray::fromHex("831046410003");
+const QByteArray twin = "0123456789abcdef";
+const QByteArray likeHead = QByteArray::fromHex("55558000000012000000900070a0800000");
+const QVector<ImagePart> image = {{0x3100, likeVersion}, {0x3200, twin}, {0x3300, twin}, {0x3400, likeHead + likeHead}};
+
+/// A kind of burn that is explored.
+struct Setup {
+    const char* name;
+    bool echo = false;
+    std::chrono::milliseconds latency{0};
+    /// A bit in the second of the equal blocks never becomes 0.
+    bool stuckBit = false;
+};
+
+const std::vector<Setup> setups = {
+    {"plain"},
+    {"plain, stuck bit", false, 0ms, true},
+    {"echo", true},
+    {"echo, stuck bit", true, 0ms, true},
+    {"late", false, 110ms},
+    {"late, stuck bit", false, 110ms, true},
+    {"late echo", true, 40ms},
+    {"late echo, stuck bit", true, 40ms, true},
+};
+
+constexpr std::array kindNames = {"Ignored", "ReplyLost", "Refused", "NotBlank", "BadBit", "SentTwice", "Late", "Cut",
+    "Flipped", "Stray", "Restart", "Stop", "Swapped"};
+
+QString toText(const Faults& faults)
+{
+    QStringList texts;
+    for (const Fault& fault : faults) {
+        const char* kind = kindNames.at(static_cast<std::size_t>(fault.kind));
+        texts += QString::asprintf("{'%c', %d, Fault::%s, %d}", fault.request, fault.requestNumber, kind, fault.value);
+    }
+    return '{' + texts.join(", ") + '}';
+}
+
+/// What may go wrong with a request.
+std::vector<Fault> possibleFaults(char request, int number)
+{
+    std::vector<Fault> faults;
+    const auto add = [&](Fault::Kind kind, std::initializer_list<int> values = {0}) {
+        for (const int value : values) {
+            faults.push_back({request, number, kind, value});
+        }
+    };
+    for (const auto kind : {Fault::Ignored, Fault::ReplyLost, Fault::Refused, Fault::SentTwice, Fault::Stop}) {
+        add(kind);
+    }
+    add(Fault::Late, {60, 150, 350, 700});
+    add(Fault::Stray, {0x90, 0x70, 0x80, 0xA0});
+    add(Fault::Restart, {500});
+    add(Fault::Swapped, {1000});
+    if (request == 'v' || request == 'r') {
+        add(Fault::Cut, {1, 4, 7, 13});
+        add(Fault::Flipped, {4, 8 * 4 + 1, 8 * 6});
+    } else {
+        // Of 0x90, one makes it 0x80, the other is no status.
+        add(Fault::Flipped, {4, 5});
+    }
+    return faults;
+}
+
+struct Outcome {
+    /// Empty if all is as it should be.
+    QString finding;
+    /// Failed although the memory holds the image.
+    bool falseBad = false;
+    bool succeeded = false;
+    /// Letters and numbers of the requests.
+    std::vector<std::pair<char, int>> requests;
+};
+
+/// Receives the events of the burns of one thread, and makes them.
+class Explorer : public QObject
+{
+public:
+    /// @param firmwareFolder has the firmware file in a folder for links without echo, and one for those with it.
+    explicit Explorer(const QString& firmwareFolder)
+        : files{firmwareFolder + "/0/firmware.txt", firmwareFolder + "/1/firmware.txt"}
+    {
+    }
+
+    /// Makes a burn.
+    /// @param faultFor tells what goes wrong with a request, given its letter and its number.
+    Outcome burn(const Setup& setup, const std::function<std::optional<Fault>(char, int)>& faultFor)
+    {
+        ScriptedDevice device;
+        BurnThread thread(this, device.clientFactory(), device.line->clock());
+        Outcome outcome;
+        bool stopped = false;
+        bool endless = false;
+        int sentAfterStop = 0;
+        std::optional<ScriptedLine::Time> firstWrite;
+        device.restart();
+        device.line->echo = setup.echo;
+        device.latency = setup.latency;
+        if (setup.stuckBit) {
+            device.stuckBit = {0x3301, 0x02};
+        }
+        device.requestStop = [&] {
+            stopped = true;
+            thread.requestStop();
+        };
+        device.faultFor = [&](char request, int number) -> std::optional<Fault> {
+            if (request == Fault::opening) {
+                return {};
+            }
+            sentAfterStop += stopped ? 1 : 0;
+            outcome.requests.emplace_back(request, number);
+            if (request == 'w' && !firstWrite) {
+                firstWrite = device.line->now;
+            }
+            if (device.line->now > longestBurn) {
+                endless = true;
+                return Fault{request, number, Fault::Stop};
+            }
+            return faultFor(request, number);
+        };
+        saidGood = false;
+        errors = 0;
+        thread.startJob({.portName = "line", .fileName = files.at(setup.echo ? 1 : 0), .maxErases = maxErases});
+        thread.wait();
+        QCoreApplication::sendPostedEvents();
+
+        bool equal = true;
+        for (const auto& [address, data] : image) {
+            equal =
+                equal && std::equal(data.begin(), data.end(), device.memory.begin() + address,
+                             [](char wanted, std::uint8_t held) { return static_cast<std::uint8_t>(wanted) == held; });
+        }
+        outcome.succeeded = thread.outcome() == BurnThread::Outcome::Succeeded;
+        outcome.falseBad = thread.outcome() == BurnThread::Outcome::Failed && equal && !stopped &&
+                           thread.result().reason == BurnResult::Reason::Verification;
+        if (outcome.succeeded != saidGood && !stopped) {
+            outcome.finding = "says one thing in the log and another in the outcome";
+        } else if (saidGood && !equal) {
+            outcome.finding = "FALSE GOOD";
+        } else if (device.otherTouched) {
+            outcome.finding = "has erased or written another device";
+        } else if (endless) {
+            outcome.finding = "does not end";
+        } else if (firstWrite && device.line->now - *firstWrite > longestPass * (2 * std::ssize(image) + 1 + errors)) {
+            outcome.finding = "falls silent";
+        } else if (sentAfterStop > 0) {
+            outcome.finding = "sends after a stop";
+        }
+        return outcome;
+    }
+
+protected:
+    void customEvent(QEvent* event) override
+    {
+        if (event->type() == BurnMessageEvent::eventType) {
+            const auto& message = static_cast<const BurnMessageEvent&>(*event);
+            saidGood = saidGood || message.text == u"Verification successful";
+            errors += message.kind == MessageKind::Error ? 1 : 0;
+        }
+    }
+
+private:
+    const std::array<QString, 2> files;
+    bool saidGood = false;
+    int errors = 0;
+};
+
+/// What was found in all burns, by all threads.
+class Findings
+{
+public:
+    std::atomic<std::int64_t> burns = 0;
+    std::atomic<std::int64_t> succeeded = 0;
+    std::atomic<std::int64_t> falseBad = 0;
+    std::atomic<std::int64_t> broken = 0;
+
+    void note(const Setup& setup, const Outcome& outcome, const QString& how, int length)
+    {
+        ++burns;
+        succeeded += outcome.succeeded ? 1 : 0;
+        falseBad += outcome.falseBad ? 1 : 0;
+        broken += outcome.finding.isEmpty() ? 0 : 1;
+        if (!outcome.finding.isEmpty()) {
+            keep(worst, setup, outcome.finding, how, length);
+        } else if (outcome.falseBad) {
+            keep(bad, setup, QStringLiteral("failed, but the memory is right"), how, length);
+        }
+    }
+
+    void print() const
+    {
+        for (const auto* kept : {&bad, &worst}) {
+            for (const auto& [what, shortest] : *kept) {
+                std::printf("%s\n", qPrintable(shortest.second));
+            }
+        }
+    }
+
+private:
+    /// By what is wrong: the length of the shortest way to it, and the way.
+    using Shortest = std::map<QString, std::pair<int, QString>>;
+
+    void keep(Shortest& shortest, const Setup& setup, const QString& what, const QString& how, int length)
+    {
+        const std::lock_guard lock(mutex);
+        const auto [place, isNew] = shortest.try_emplace(what);
+        if (isNew || length < place->second.first) {
+            place->second = {length, QStringLiteral("%1: %2: %3").arg(setup.name, how, what)};
+        }
+    }
+
+    std::mutex mutex;
+    Shortest worst;
+    Shortest bad;
+};
+
+/// Whether a fault at this request can lead to anything new: pings are all alike but for the first and the last.
+bool matters(const std::vector<std::pair<char, int>>& requests, std::size_t index)
+{
+    const auto isPing = [&](std::size_t at) { return at < requests.size() && requests[at].first == 'p'; };
+    return !isPing(index) || !isPing(index - 1) || !isPing(index + 1);
+}
+
+/// Makes the burn with `faults`, and all those with up to `more` faults behind them.
+void explore(
+    Explorer& explorer, const Setup& setup, const Faults& faults, std::size_t from, int more, Findings& findings)
+{
+    const Outcome outcome = explorer.burn(setup, [&](char request, int number) -> std::optional<Fault> {
+        for (const Fault& fault : faults) {
+            if (fault.request == request && fault.requestNumber == number) {
+                return fault;
+            }
+        }
+        return {};
+    });
+    findings.note(setup, outcome, toText(faults), static_cast<int>(faults.size()));
+    const bool over = !faults.empty() && faults.back().kind == Fault::Stop;
+    for (std::size_t i = from; i < outcome.requests.size() && more > 0 && !over; ++i) {
+        if (!matters(outcome.requests, i)) {
+            continue;
+        }
+        for (const Fault& fault : possibleFaults(outcome.requests[i].first, outcome.requests[i].second)) {
+            Faults longer = faults;
+            longer.push_back(fault);
+            explore(explorer, setup, longer, i + 1, more - 1, findings);
+        }
+    }
+}
+
+/// A burn with faults drawn from `seed`.
+void burnAtRandom(Explorer& explorer, std::uint64_t seed, Findings& findings)
+{
+    std::mt19937_64 generator(seed);
+    const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(generator() % limit); };
+    const Setup& setup = setups[below(setups.size())];
+    constexpr std::array oneIn = {200, 50, 20, 10, 6};
+    const std::size_t chance = oneIn[below(oneIn.size())];
+    const Outcome outcome = explorer.burn(setup, [&](char request, int number) -> std::optional<Fault> {
+        const std::vector<Fault> possible = possibleFaults(request, number);
+        const bool often = request == 'p' && below(20) != 0;
+        return below(chance) != 0 || often ? std::nullopt : std::optional(possible[below(possible.size())]);
+    });
+    findings.note(setup, outcome, QStringLiteral("--random 1 --seed %1").arg(seed), 1);
+}
+
+/// Runs `work` on all processors, each time with the next number below `count`.
+void share(std::size_t count, const QString& folder, const std::function<void(Explorer&, std::size_t)>& work)
+{
+    std::atomic<std::size_t> next = 0;
+    std::vector<std::jthread> threads;
+    for (unsigned i = 0; i < std::max(1U, std::thread::hardware_concurrency()); ++i) {
+        threads.emplace_back([&] {
+            Explorer explorer(folder);
+            for (std::size_t number = next++; number < count; number = next++) {
+                work(explorer, number);
+            }
+        });
+    }
+}
+
+/// Makes every burn with up to `depth` faults.
+void exploreAll(const QString& folder, int depth, Findings& findings)
+{
+    for (const Setup& setup : setups) {
+        Explorer first(folder);
+        const Outcome plain = first.burn(setup, [](char, int) { return std::optional<Fault>(); });
+        findings.note(setup, plain, {}, 0);
+        std::vector<std::pair<std::size_t, Fault>> starts;
+        for (std::size_t i = 0; i < plain.requests.size() && depth > 0; ++i) {
+            if (matters(plain.requests, i)) {
+                for (const Fault& fault : possibleFaults(plain.requests[i].first, plain.requests[i].second)) {
+                    starts.emplace_back(i, fault);
+                }
+            }
+        }
+        share(starts.size(), folder, [&](Explorer& explorer, std::size_t number) {
+            const auto& [index, fault] = starts[number];
+            explore(explorer, setup, {fault}, index + 1, depth - 1, findings);
+        });
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const QCoreApplication application(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    parser.addOptions({{"faults", "Explore all burns with up to N faults.", "N", "2"},
+        {"random", "Make N burns with random faults instead.", "N", "0"},
+        {"seed", "Random seed of the first of these burns; each of the others has the next.", "N", "1"}});
+    parser.process(application);
+    const auto burns = parser.value("random").toULongLong();
+    const auto seed = parser.value("seed").toULongLong();
+
+    const QTemporaryDir folder;
+    for (const int link : {0, FirmwareFile::echoLink}) {
+        QDir().mkpath(folder.filePath(QString::number(link)));
+        writeFirmware(folder.filePath(QString::number(link)), image, 0x0300, 57600, link);
+    }
+    QElapsedTimer clock;
+    clock.start();
+    Findings findings;
+    if (burns > 0) {
+        share(burns, folder.path(),
+            [&](Explorer& explorer, std::size_t number) { burnAtRandom(explorer, seed + number, findings); });
+    } else {
+        exploreAll(folder.path(), parser.value("faults").toInt(), findings);
+    }
+    findings.print();
+    std::printf("%lld burns in %lld s, %lld succeeded, %lld failed with the memory right, %lld broke a rule\n",
+        static_cast<long long>(findings.burns), static_cast<long long>(clock.elapsed() / 1000),
+        static_cast<long long>(findings.succeeded), static_cast<long long>(findings.falseBad),
+        static_cast<long long>(findings.broken));
+    return findings.broken == 0 && findings.succeeded > 0 ? 0 : 1;
+}
