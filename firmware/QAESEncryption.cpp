@@ -1,8 +1,7 @@
 #include "firmware/QAESEncryption.h"
 
-#include <QtEndian>
-
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <functional>
 
@@ -11,23 +10,29 @@ namespace
 
 using ByteTable = std::array<std::uint8_t, 256>;
 
-/// A column of the state, row 0 in the low byte.
-using Column = std::uint32_t;
-using Columns = std::array<Column, 4>;
-using MixTable = std::array<Column, 256>;
+/// A byte of each of eight blocks, which go through the rounds side by side.
+using Bytes = std::uint64_t;
+constexpr qsizetype blocksAtOnce = sizeof(Bytes);
+constexpr Bytes oneInEach = 0x0101010101010101;
 
-constexpr std::uint8_t row(Column column, int index)
+/// The states of these blocks (FIPS 197, section 3.4): states[r][c] are the bytes in row r and column c.
+using States = std::array<std::array<Bytes, 4>, 4>;
+
+/// The products with {02} in GF(2^8) (FIPS 197, section 4.2.1).
+constexpr Bytes xtime(Bytes bytes)
 {
-    return static_cast<std::uint8_t>(column >> 8 * index);
+    const Bytes high = bytes & 0x80 * oneInEach;
+    const Bytes reduction = (high - (high >> 7)) & 0x1B * oneInEach; // the difference is 0x7F where the high bit is set
+    return (bytes ^ high) << 1 ^ reduction;
 }
 
 /// The product of two elements of GF(2^8) (FIPS 197, section 4.2).
-constexpr std::uint8_t multiply(unsigned a, unsigned b)
+constexpr std::uint8_t multiply(Bytes a, unsigned b)
 {
-    unsigned product = 0;
+    Bytes product = 0;
     for (; b != 0; b >>= 1) {
         product ^= b & 1 ? a : 0;
-        a = a & 0x80 ? (a << 1) ^ 0x11B : a << 1;
+        a = xtime(a);
     }
     return static_cast<std::uint8_t>(product);
 }
@@ -35,8 +40,8 @@ constexpr std::uint8_t multiply(unsigned a, unsigned b)
 /// The S-box (FIPS 197, section 5.1.1): the inverse in GF(2^8), then the affine transformation.
 constexpr ByteTable substitution()
 {
-    constexpr unsigned generator = 0x03;
-    constexpr unsigned generatorInverse = 0xF6;
+    constexpr std::uint8_t generator = 0x03;
+    constexpr std::uint8_t generatorInverse = 0xF6;
     ByteTable table{0x63};
     std::uint8_t element = 1;
     std::uint8_t inverse = 1;
@@ -70,60 +75,98 @@ int keyWords(int level)
     }
 }
 
-/// What the byte in row 0 of a column contributes to the column in MixColumns or InvMixColumns (FIPS 197,
-/// sections 5.1.3 and 5.3.3), where `factors` are the first column of the matrix. The other rows contribute the same,
-/// rotated.
-constexpr MixTable makeMixTable(const std::array<unsigned, 4>& factors)
+/// Byte i of a block lies in row i % 4 of column i / 4.
+States loadBlocks(const char* blocks, std::size_t count)
 {
-    MixTable table{};
-    for (unsigned byte = 0; byte < table.size(); ++byte) {
-        for (std::size_t row = 0; row < factors.size(); ++row) {
-            table[byte] |= Column{multiply(byte, factors[row])} << 8 * row;
+    States states{};
+    for (std::size_t block = 0; block < count; ++block) {
+        for (std::size_t i = 0; i < 16; ++i) {
+            states[i % 4][i / 4] |= Bytes{static_cast<std::uint8_t>(blocks[16 * block + i])} << 8 * block;
         }
     }
-    return table;
+    return states;
 }
 
-/// The 16 bytes at `offset` as columns.
-Columns columnsAt(const QByteArray& bytes, qsizetype offset)
+void storeBlocks(const States& states, char* blocks, std::size_t count)
 {
-    Columns columns{};
-    qFromLittleEndian<Column>(bytes.constData() + offset, columns.size(), columns.data());
-    return columns;
-}
-
-// The steps of a round, on the columns of the state. With the inverse S-box, `step` 3 and the factors of InvMixColumns
-// they are the inverse ones.
-
-void addRoundKey(Columns& columns, const QByteArray& expandedKey, int round)
-{
-    const Columns roundKey = columnsAt(expandedKey, qsizetype{round} * 16);
-    std::transform(columns.begin(), columns.end(), roundKey.begin(), columns.begin(), std::bit_xor<Column>());
-}
-
-void substituteBytes(Columns& columns, const ByteTable& box)
-{
-    for (Column& column : columns) {
-        column = Column{box[row(column, 0)]} | Column{box[row(column, 1)]} << 8 | Column{box[row(column, 2)]} << 16 |
-                 Column{box[row(column, 3)]} << 24;
+    for (std::size_t block = 0; block < count; ++block) {
+        for (std::size_t i = 0; i < 16; ++i) {
+            blocks[16 * block + i] = static_cast<char>(states[i % 4][i / 4] >> 8 * block);
+        }
     }
 }
 
-/// The byte in row r of a column comes from `step` times r columns to the right, going round.
-void shiftRows(Columns& columns, std::size_t step)
+// The steps of a round (FIPS 197, sections 5.1.1 to 5.1.4 and 5.3.1 to 5.3.3), each for all blocks.
+
+void addRoundKey(States& states, const QByteArray& expandedKey, int round)
 {
-    const Columns old = columns;
-    for (std::size_t i = 0; i < old.size(); ++i) {
-        columns[i] = (old[i] & 0xFF) | (old[(i + step) % 4] & 0xFF00) | (old[(i + 2 * step) % 4] & 0xFF0000) |
-                     (old[(i + 3 * step) % 4] & 0xFF000000);
+    const char* const key = expandedKey.constData() + qsizetype{16} * round;
+    for (std::size_t i = 0; i < 16; ++i) {
+        states[i % 4][i / 4] ^= static_cast<std::uint8_t>(key[i]) * oneInEach;
     }
 }
 
-void mixColumns(Columns& columns, const MixTable& table)
+/// With the S-box SubBytes, with the inverse one InvSubBytes.
+void substituteBytes(States& states, const ByteTable& box)
 {
-    for (Column& column : columns) {
-        column = table[row(column, 0)] ^ std::rotl(table[row(column, 1)], 8) ^ std::rotl(table[row(column, 2)], 16) ^
-                 std::rotl(table[row(column, 3)], 24);
+    for (auto& row : states) {
+        for (Bytes& bytes : row) {
+            Bytes substituted = 0;
+            for (unsigned shift = 0; shift < 64; shift += 8) {
+                substituted |= Bytes{box[bytes >> shift & 0xFF]} << shift;
+            }
+            bytes = substituted;
+        }
+    }
+}
+
+/// Row r moves left by r columns.
+void shiftRows(States& states)
+{
+    const States old = states;
+    for (std::size_t r = 1; r < 4; ++r) {
+        for (std::size_t c = 0; c < 4; ++c) {
+            states[r][c] = old[r][(c + r) % 4];
+        }
+    }
+}
+
+/// Row r moves right by r columns.
+void invShiftRows(States& states)
+{
+    const States old = states;
+    for (std::size_t r = 1; r < 4; ++r) {
+        for (std::size_t c = 0; c < 4; ++c) {
+            states[r][(c + r) % 4] = old[r][c];
+        }
+    }
+}
+
+/// Row r of a column becomes {02} a[r] + {03} a[r+1] + a[r+2] + a[r+3].
+void mixColumns(States& states)
+{
+    for (std::size_t c = 0; c < 4; ++c) {
+        const std::array<Bytes, 4> a = {states[0][c], states[1][c], states[2][c], states[3][c]};
+        const Bytes sum = a[0] ^ a[1] ^ a[2] ^ a[3];
+        for (std::size_t r = 0; r < 4; ++r) {
+            states[r][c] = a[r] ^ sum ^ xtime(a[r] ^ a[(r + 1) % 4]);
+        }
+    }
+}
+
+/// Row r of a column becomes {0e} a[r] + {0b} a[r+1] + {0d} a[r+2] + {09} a[r+3]: {08} times the sum of all, {04} times
+/// a[r] + a[r+2], {02} times a[r] + a[r+1], and the other three once.
+void invMixColumns(States& states)
+{
+    for (std::size_t c = 0; c < 4; ++c) {
+        const std::array<Bytes, 4> a = {states[0][c], states[1][c], states[2][c], states[3][c]};
+        const Bytes sum = a[0] ^ a[1] ^ a[2] ^ a[3];
+        const Bytes doubled = xtime(sum);
+        for (std::size_t r = 0; r < 4; ++r) {
+            const Bytes doubledTwice = xtime(doubled ^ a[r] ^ a[(r + 2) % 4]);
+            const Bytes doubledThrice = xtime(doubledTwice ^ a[r] ^ a[(r + 1) % 4]);
+            states[r][c] = doubledThrice ^ sum ^ a[r];
+        }
     }
 }
 
@@ -149,44 +192,23 @@ QByteArray QAESEncryption::decode(const QByteArray& rawText, const QByteArray& k
         return {};
     }
     const QByteArray expandedKey = expandKey(key);
-    // Not copies: the block transforms make one anyway.
-    const auto blockAt = [this, &rawText](qsizetype at) {
-        return QByteArray::fromRawData(rawText.constData() + at, std::min<qsizetype>(blockLength, rawText.size() - at));
-    };
-    const qsizetype wholeBlocks = rawText.size() - rawText.size() % blockLength;
-    QByteArray result;
-    result.reserve(rawText.size());
-    QByteArray chain = iv;
     switch (mode) {
     case Ecb:
-        for (qsizetype at = 0; at < wholeBlocks; at += blockLength) {
-            result += invCipher(expandedKey, blockAt(at));
-        }
-        break;
+        return invCipher(expandedKey, rawText);
     case Cbc:
-        for (qsizetype at = 0; at < wholeBlocks; at += blockLength) {
-            result += xorBytes(invCipher(expandedKey, blockAt(at)), chain);
-            chain = blockAt(at);
-        }
-        break;
+        return xorBytes(invCipher(expandedKey, rawText), iv + rawText);
     case Cfb:
-        for (qsizetype at = 0; at < rawText.size(); at += blockLength) {
-            result += xorBytes(blockAt(at), cipher(expandedKey, chain));
-            chain = blockAt(at);
-        }
-        break;
+        return xorBytes(cipher(expandedKey, iv + rawText), rawText);
     case Ofb: {
         QByteArray stream = cipher(expandedKey, iv);
         while (stream.size() < rawText.size()) {
             stream += cipher(expandedKey, stream.last(blockLength));
         }
-        result = xorBytes(stream, rawText);
-        break;
+        return xorBytes(stream, rawText);
     }
     default:
-        break;
+        return {};
     }
-    return result;
 }
 
 QByteArray QAESEncryption::removePadding(QByteArray rawText) const
@@ -241,48 +263,54 @@ QByteArray QAESEncryption::expandKey(const QByteArray& key) const
     return expanded;
 }
 
-/// Cipher of FIPS 197, section 5.1.
-QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, const QByteArray& block)
+/// Copies the whole blocks and applies the rounds of a block transform to the states of these copies.
+template <typename Rounds>
+QByteArray QAESEncryption::transform(const QByteArray& blocks, const Rounds& rounds)
 {
-    static constexpr MixTable mixTable = makeMixTable({0x02, 0x01, 0x01, 0x03});
-    QByteArray result(block.constData(), block.size());
+    QByteArray result = blocks.first(blocks.size() - blocks.size() % blockLength);
     state = &result;
-    Columns columns = columnsAt(*state, 0);
-    addRoundKey(columns, expandedKey, 0);
-    for (int round = 1; round < nr; ++round) {
-        substituteBytes(columns, sbox);
-        shiftRows(columns, 1);
-        mixColumns(columns, mixTable);
-        addRoundKey(columns, expandedKey, round);
+    for (qsizetype at = 0; at < state->size(); at += blocksAtOnce * blockLength) {
+        const qsizetype count = std::min(blocksAtOnce, (state->size() - at) / blockLength);
+        States states = loadBlocks(state->constData() + at, static_cast<std::size_t>(count));
+        rounds(states);
+        storeBlocks(states, state->data() + at, static_cast<std::size_t>(count));
     }
-    substituteBytes(columns, sbox);
-    shiftRows(columns, 1);
-    addRoundKey(columns, expandedKey, nr);
-    qToLittleEndian<Column>(columns.data(), columns.size(), state->data());
     state = nullptr;
     return result;
 }
 
-/// InvCipher of FIPS 197, section 5.3.
-QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, const QByteArray& block)
+/// Cipher of FIPS 197, section 5.1, of each whole block.
+QByteArray QAESEncryption::cipher(const QByteArray& expandedKey, const QByteArray& blocks)
 {
-    static constexpr MixTable inverseMixTable = makeMixTable({0x0E, 0x09, 0x0D, 0x0B});
-    QByteArray result(block.constData(), block.size());
-    state = &result;
-    Columns columns = columnsAt(*state, 0);
-    addRoundKey(columns, expandedKey, nr);
-    for (int round = nr - 1; round > 0; --round) {
-        shiftRows(columns, 3);
-        substituteBytes(columns, rsbox);
-        addRoundKey(columns, expandedKey, round);
-        mixColumns(columns, inverseMixTable);
-    }
-    shiftRows(columns, 3);
-    substituteBytes(columns, rsbox);
-    addRoundKey(columns, expandedKey, 0);
-    qToLittleEndian<Column>(columns.data(), columns.size(), state->data());
-    state = nullptr;
-    return result;
+    return transform(blocks, [&](States& states) {
+        addRoundKey(states, expandedKey, 0);
+        for (int round = 1; round < nr; ++round) {
+            substituteBytes(states, sbox);
+            shiftRows(states);
+            mixColumns(states);
+            addRoundKey(states, expandedKey, round);
+        }
+        substituteBytes(states, sbox);
+        shiftRows(states);
+        addRoundKey(states, expandedKey, nr);
+    });
+}
+
+/// InvCipher of FIPS 197, section 5.3, of each whole block.
+QByteArray QAESEncryption::invCipher(const QByteArray& expandedKey, const QByteArray& blocks)
+{
+    return transform(blocks, [&](States& states) {
+        addRoundKey(states, expandedKey, nr);
+        for (int round = nr - 1; round > 0; --round) {
+            invShiftRows(states);
+            substituteBytes(states, rsbox);
+            addRoundKey(states, expandedKey, round);
+            invMixColumns(states);
+        }
+        invShiftRows(states);
+        substituteBytes(states, rsbox);
+        addRoundKey(states, expandedKey, 0);
+    });
 }
 
 QByteArray QAESEncryption::xorBytes(const QByteArray& a, const QByteArray& b)

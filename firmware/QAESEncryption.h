@@ -36,8 +36,10 @@ public:
 
 private:
     QByteArray expandKey(const QByteArray& key) const;
-    QByteArray cipher(const QByteArray& expandedKey, const QByteArray& block);
-    QByteArray invCipher(const QByteArray& expandedKey, const QByteArray& block);
+    template <typename Rounds>
+    QByteArray transform(const QByteArray& blocks, const Rounds& rounds);
+    QByteArray cipher(const QByteArray& expandedKey, const QByteArray& blocks);
+    QByteArray invCipher(const QByteArray& expandedKey, const QByteArray& blocks);
     static QByteArray xorBytes(const QByteArray& a, const QByteArray& b);
 
     int nb = 4;
@@ -47,7 +49,7 @@ private:
     int nk;
     int nr;
     int padding;
-    /// The block that a block transform works on, in place; null outside of it.
+    /// The blocks that a block transform works on, in place; null outside of it.
     QByteArray* state = nullptr;
     static const std::array<std::uint8_t, 256> sbox;
     static const std::array<std::uint8_t, 256> rsbox;
