@@ -102,7 +102,7 @@ bool FirmwareFile::read(const QString& path)
     if (!file.open(QIODevice::ReadOnly)) {
         return fail(file.errorString());
     }
-    const QByteArray content = file.read(maxFileSize + 1);
+    const QByteArray content = file.read(std::min(file.size(), maxFileSize) + 1);
     if (file.error() != QFileDevice::NoError) {
         return fail(file.errorString());
     }
