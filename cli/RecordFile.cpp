@@ -89,7 +89,8 @@ QString RecordFile::append(const QByteArray& line)
     if (before > 0 && file.seek(before - 1) && file.peek(1) != "\n") {
         text.prepend('\n');
     }
-    if (file.write(text) != text.size()) {
+    // Windows writes where the last reading left off, even to a file that was opened for appending.
+    if (!file.seek(before) || file.write(text) != text.size()) {
         QString problem = file.errorString();
         file.resize(before);
         return problem;

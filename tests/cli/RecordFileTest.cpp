@@ -7,7 +7,9 @@
 #include <thread>
 #include <vector>
 
+#ifndef Q_OS_WIN
 #include <sys/resource.h>
+#endif
 
 class RecordFileTest : public QObject
 {
@@ -48,6 +50,9 @@ private Q_SLOTS:
     /// A line that does not fit leaves nothing of itself.
     void fullDisk()
     {
+#ifdef Q_OS_WIN
+        QSKIP("Files have no limit there");
+#else
         RecordFile record(path);
         QVERIFY(record.open().isEmpty() && record.append(QByteArray(90, 'x')).isEmpty());
         const auto handlerBefore = std::signal(SIGXFSZ, SIG_IGN);
@@ -61,6 +66,7 @@ private Q_SLOTS:
         QVERIFY(!problem.isEmpty());
         QCOMPARE(content(), QByteArray(90, 'x') + '\n');
         QCOMPARE(record.append("z"), QString());
+#endif
     }
 
     void severalWriters()
