@@ -16,7 +16,8 @@ namespace
 /// A line of the log without the worker's markup.
 QString plainText(QString text)
 {
-    return printable(text.remove(QStringLiteral("<b>")).remove(QStringLiteral("</b>"))).trimmed();
+    // Windows ends its error texts with a line end.
+    return printable(text.remove(QStringLiteral("<b>")).remove(QStringLiteral("</b>")).trimmed());
 }
 
 QString reasonWord(RunEnd end, BurnResult::Reason reason)

@@ -1,18 +1,20 @@
 #include "cli/LineInput.h"
 
+#include <QByteArray>
 #include <QMetaObject>
 #include <QObject>
 
-#include <cstdio>
+#include <array>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <utility>
+
+#include <windows.h>
 
 namespace
 {
 
-constexpr std::size_t longestLine = std::size_t{64} * 1024;
+constexpr qsizetype longestLine = qsizetype{64} * 1024;
 
 /// What the reading thread shares with the object. The thread cannot be ended while it waits for input, so it may
 /// outlive the object, which then takes the target away.
@@ -31,24 +33,51 @@ struct Shared {
     }
 };
 
-void readLines(const std::shared_ptr<Shared>& shared)
+/// Reads standard input. The functions of <cstdio> are of no use here: the end of the program would wait for the lock
+/// of a stream that another thread is reading.
+/// @return bytes, which are UTF-8 if the input is a console; nothing at the end of the input
+QByteArray readInput(HANDLE input, bool isConsole)
 {
-    std::string pending;
-    const auto handOver = [&] {
-        if (pending.ends_with('\r')) {
-            pending.pop_back();
-        }
-        shared->post([shared, line = QString::fromLocal8Bit(pending.c_str())] { shared->onLine(line); });
-        pending.clear();
-    };
-    for (int byte = std::getchar(); byte != EOF; byte = std::getchar()) {
-        if (byte == '\n') {
-            handOver();
-        } else if (pending.size() < longestLine) {
-            pending += static_cast<char>(byte);
+    DWORD length = 0;
+    if (!isConsole) {
+        std::array<char, 4096> bytes{};
+        ReadFile(input, bytes.data(), DWORD{bytes.size()}, &length, nullptr);
+        return {bytes.data(), static_cast<qsizetype>(length)};
+    }
+    std::array<wchar_t, 4096> characters{};
+    while (length == 0) { // as after Ctrl-C
+        if (!ReadConsoleW(input, characters.data(), DWORD{characters.size()}, &length, nullptr)) {
+            return {};
         }
     }
-    if (!pending.empty()) {
+    constexpr wchar_t endOfInput = 0x1A; // what Ctrl-Z types
+    return characters[0] == endOfInput ? QByteArray() : QString::fromWCharArray(characters.data(), length).toUtf8();
+}
+
+void readLines(const std::shared_ptr<Shared>& shared)
+{
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD mode = 0;
+    const bool isConsole = GetConsoleMode(input, &mode);
+    QByteArray pending;
+    const auto handOver = [&] {
+        if (pending.endsWith('\r')) {
+            pending.chop(1);
+        }
+        const QString line = isConsole ? QString::fromUtf8(pending) : QString::fromLocal8Bit(pending);
+        shared->post([shared, line] { shared->onLine(line); });
+        pending.clear();
+    };
+    for (QByteArray bytes = readInput(input, isConsole); !bytes.isEmpty(); bytes = readInput(input, isConsole)) {
+        for (const char byte : bytes) {
+            if (byte == '\n') {
+                handOver();
+            } else if (pending.size() < longestLine) {
+                pending += byte;
+            }
+        }
+    }
+    if (!pending.isEmpty()) {
         handOver();
     }
     shared->post([shared] { shared->onEnd(); });

@@ -11,7 +11,9 @@
 bool isTerminal(std::FILE* stream)
 {
 #ifdef _WIN32
-    return _isatty(_fileno(stream)) != 0;
+    // _isatty takes the null device for a terminal.
+    DWORD mode = 0;
+    return GetConsoleMode(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream))), &mode) != FALSE;
 #else
     return isatty(fileno(stream)) == 1;
 #endif

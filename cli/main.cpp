@@ -4,7 +4,9 @@
 
 #include <array>
 
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+#include <windows.h>
+#else
 #include <fcntl.h>
 #include <unistd.h>
 #endif
@@ -31,11 +33,30 @@ void openStandardStreams()
 #endif
 }
 
+#ifdef Q_OS_WIN
+/// Lets the console read what this program prints in the local 8-bit encoding of Qt, which is that of the active code
+/// page and not that of the console. In the end the console gets its own back.
+class ConsoleEncoding
+{
+public:
+    ConsoleEncoding() { SetConsoleOutputCP(GetACP()); }
+    ConsoleEncoding(const ConsoleEncoding&) = delete;
+    ConsoleEncoding& operator=(const ConsoleEncoding&) = delete;
+    ~ConsoleEncoding() { SetConsoleOutputCP(earlier); }
+
+private:
+    const UINT earlier = GetConsoleOutputCP();
+};
+#endif
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     openStandardStreams();
+#ifdef Q_OS_WIN
+    const ConsoleEncoding encoding;
+#endif
     QCoreApplication::setApplicationName(QStringLiteral("tavimora-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAVIMORA_VERSION));
     const QCoreApplication application(argc, argv);
