@@ -6,6 +6,7 @@
 #include <QRandomGenerator>
 #include <QTest>
 
+#include <csignal>
 #include <deque>
 #include <map>
 #include <memory>
@@ -60,7 +61,7 @@ struct BurnCase {
     QStringList faults = {};
     QStringList deviceOptions = {};
     QStringList burnOptions = {};
-    /// The burn gets a SIGTERM some time after a line of the log that begins so, and ends with status 130.
+    /// The burn gets a SIGINT some time after a line of the log that begins so, and ends with status 130.
     QString stopAfter = {};
     /// Of a burn that is not stopped; nothing where the faults decide whether it succeeds or fails.
     std::optional<int> exitStatus = 0;
@@ -145,6 +146,20 @@ const std::vector<BurnCase> burnCases = {
         .nextImage = oneBlock},
 };
 
+/// The console program for Windows, which then burns in the place of the one for this machine.
+const QString windowsProgram = qEnvironmentVariable("TAVIMORA_WINDOWS_CLI");
+
+/// On Wine a read may never end when bytes come in the moment in which its limit is over.
+bool isOutOfReach(const BurnCase& burnCase)
+{
+    return !windowsProgram.isEmpty() && !burnCase.faults.filter("late:").isEmpty();
+}
+
+QString text(const QByteArray& output)
+{
+    return QString::fromUtf8(output).remove('\r');
+}
+
 QByteArray memoryWith(const Image& image, char filler = '\xFF')
 {
     QByteArray memory(memorySize, filler);
@@ -172,13 +187,13 @@ public:
     void advance()
     {
         burn.waitForReadyRead(20);
-        log += QString::fromUtf8(burn.readAll());
+        log += text(burn.readAll());
         if (!stopDue && !burnCase.stopAfter.isEmpty() && log.contains('\n' + burnCase.stopAfter)) {
             stopDue = clock.elapsed() + stopDelayMs;
         }
         if (!stopSent && stopDue && clock.elapsed() >= *stopDue) {
             stopSent = clock.elapsed();
-            burn.terminate();
+            ::kill(static_cast<pid_t>(burn.processId()), SIGINT); // which Wine makes a Ctrl-C
         }
         if (clock.elapsed() > burnLimitMs) {
             burn.kill();
@@ -243,16 +258,33 @@ private:
 
     bool startBurn()
     {
-        burn.start(TAVIMORA_CLI, QStringList{"burn", "--port", device.port, firmwareFile} + burnCase.burnOptions);
+        const QStringList arguments = QStringList{"burn", "--port", portName(), firmwareFile} + burnCase.burnOptions;
+        if (windowsProgram.isEmpty()) {
+            burn.start(TAVIMORA_CLI, arguments);
+        } else {
+            burn.start("wine", QStringList(windowsProgram) + arguments);
+        }
         clock.start();
         return burn.waitForStarted(startLimitMs);
+    }
+
+    /// Under which the burn finds the device. The registry of Wine says that COM20 and those behind it are links.
+    QString portName() const
+    {
+        if (windowsProgram.isEmpty()) {
+            return device.port;
+        }
+        const QString number = QString::number(20 + (&burnCase - burnCases.data()));
+        const QString link = qEnvironmentVariable("WINEPREFIX") + "/ports/com" + number;
+        QFile::remove(link);
+        return QFile::link(device.port, link) ? "COM" + number : QString();
     }
 
     /// Takes what the burn has left. @return whether the next one runs in its place.
     bool startNext()
     {
-        log += QString::fromUtf8(burn.readAll());
-        error = QString::fromUtf8(burn.readAllStandardError());
+        log += text(burn.readAll());
+        error = text(burn.readAllStandardError());
         stopLasted = clock.elapsed() - stopSent.value_or(0);
         if (!burnCase.nextImage.empty() && std::exchange(image, &burnCase.nextImage) == &burnCase.image) {
             return makeFirmware() && startBurn();
@@ -298,6 +330,9 @@ private Q_SLOTS:
         if (runs.empty()) {
             takeRows();
         }
+        if (isOutOfReach(burnCases[static_cast<std::size_t>(index)])) {
+            QSKIP("Wine has reads without end when replies come late");
+        }
         BurnRun& run = *runs[static_cast<std::size_t>(index)];
         while (!run.hasEnded()) {
             advanceAll();
@@ -313,6 +348,9 @@ private:
         const bool all = arguments.contains("burns") || arguments.filter("burns:").isEmpty();
         for (const BurnCase& burnCase : burnCases) {
             runs.push_back(std::make_unique<BurnRun>(burnCase));
+            if (isOutOfReach(burnCase)) {
+                continue;
+            }
             if (all || arguments.contains(QString("burns:") + burnCase.name)) {
                 waiting.push_back(runs.back().get());
             }

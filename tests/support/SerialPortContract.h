@@ -34,9 +34,9 @@ struct ContractSubject {
     bool namesReachOtherProcesses = true;
     /// `write` lasts as long as the bytes take on the line.
     bool writeTakesLineTime = true;
-    /// Why the line takes bytes faster than its baud rate, and why an open port can be opened again; null if not.
-    const char* noPace = nullptr;
-    const char* noExclusion = nullptr;
+    /// On Wine a line takes bytes at any rate, an open port can be opened again, and a read may take a moment although
+    /// the bytes are there.
+    bool onWine = false;
 };
 
 /// The `main` of an executable that finds out whether the subject does what every `SerialPort` has to do. It also plays
