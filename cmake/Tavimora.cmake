@@ -47,14 +47,32 @@ function(tavimora_library name)
   target_link_libraries(${name} PUBLIC tavimora_options ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS})
 endfunction()
 
+# Gives a program its icon, version record and manifest on Windows.
+function(tavimora_windows_resources program)
+  string(REGEX MATCH "^[0-9]+[.][0-9]+[.][0-9]+[.][0-9]+" version "${PROJECT_VERSION}.0.0.0")
+  string(REPLACE "." "," version_numbers "${version}")
+  set(templates "${PROJECT_SOURCE_DIR}/packaging/windows")
+  configure_file("${templates}/program.rc.in" "${program}.rc" @ONLY)
+  configure_file("${templates}/program.manifest.in" "${program}.manifest" @ONLY)
+  set_source_files_properties("${CMAKE_CURRENT_BINARY_DIR}/${program}.rc" PROPERTIES OBJECT_DEPENDS
+    "${CMAKE_CURRENT_BINARY_DIR}/${program}.manifest;${PROJECT_SOURCE_DIR}/icons/tavimora.ico")
+  target_sources(${program} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${program}.rc")
+  if(MSVC)
+    target_link_options(${program} PRIVATE /MANIFEST:NO) # the resources hold one
+  endif()
+endfunction()
+
 # tavimora_test(NAME [SOURCES ...] LINKS ... [TIMEOUT seconds] [LABELS ...])
-# A QtTest executable out of NAME.cpp and the SOURCES, run by CTest on the offscreen platform.
+# A QtTest executable out of NAME.cpp and the SOURCES, run by CTest, with Qt's offscreen platform where that is not Windows.
 function(tavimora_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LINKS;LABELS")
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 300)
   endif()
   add_executable(${name} ${name}.cpp ${arg_SOURCES})
+  if(WIN32)
+    target_sources(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/StandardOutput.cpp")
+  endif()
   set_target_properties(${name} PROPERTIES AUTOMOC ON)
   target_link_libraries(${name} PRIVATE tavimora_options ${arg_LINKS} Qt6::Test)
   add_test(NAME ${name} COMMAND ${name})
@@ -64,8 +82,13 @@ endfunction()
 
 # Gives a CTest test the environment that all tests of the project run in.
 function(tavimora_test_environment name)
+  if(WIN32)
+    set(platform windows)
+  else()
+    set(platform offscreen)
+  endif()
   set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
-    "QT_QPA_PLATFORM=offscreen"
+    "QT_QPA_PLATFORM=${platform}"
     "LC_ALL=C.UTF-8"
     "ASAN_OPTIONS=detect_stack_use_after_return=1"
     "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp"
