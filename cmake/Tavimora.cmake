@@ -63,7 +63,7 @@ function(tavimora_windows_resources program)
 endfunction()
 
 # tavimora_test(NAME [SOURCES ...] LINKS ... [TIMEOUT seconds] [LABELS ...])
-# A QtTest executable out of NAME.cpp and the SOURCES, run by CTest, with Qt's offscreen platform where that is not Windows.
+# A QtTest executable out of NAME.cpp and the SOURCES, run by CTest, on Qt's offscreen platform unless that is Windows.
 function(tavimora_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LINKS;LABELS")
   if(NOT arg_TIMEOUT)

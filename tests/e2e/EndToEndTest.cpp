@@ -193,7 +193,9 @@ public:
         }
         if (!stopSent && stopDue && clock.elapsed() >= *stopDue) {
             stopSent = clock.elapsed();
-            ::kill(static_cast<pid_t>(burn.processId()), SIGINT); // which Wine makes a Ctrl-C
+            if (burn.state() == QProcess::Running) { // otherwise its id is 0, which names this process group
+                ::kill(static_cast<pid_t>(burn.processId()), SIGINT); // which Wine makes a Ctrl-C
+            }
         }
         if (clock.elapsed() > burnLimitMs) {
             burn.kill();
