@@ -9,9 +9,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <array>
 #include <atomic>
-#include <memory>
 #include <vector>
 
 namespace
@@ -362,32 +360,6 @@ private Q_SLOTS:
             QCOMPARE(burn.result().identity.has_value(), expected.events.contains(found.last()));
             QCOMPARE(burn.result().erases, int(expected.events.count(erased.last())));
             QVERIFY2(device.client.expired(), "the client outlived its burn");
-        }
-    }
-
-    /// Burns in one process share nothing: each gets its own replies.
-    void severalAtOnce()
-    {
-        const QString path = writeFirmware(folder.path(), image);
-        std::array<ScriptedDevice, 4> devices;
-        std::array<Observer, 4> observers;
-        for (int run = 0; run < 20; ++run) {
-            std::vector<std::unique_ptr<BurnThread>> threads;
-            for (std::size_t i = 0; i < devices.size(); ++i) {
-                devices[i].restart();
-                observers[i].lines.clear();
-                threads.push_back(
-                    std::make_unique<BurnThread>(&observers[i], devices[i].clientFactory(), devices[i].line->clock()));
-                threads.back()->startBurn("COM1", path);
-            }
-            for (const auto& thread : threads) {
-                QVERIFY(thread->wait(QDeadlineTimer(30000)));
-            }
-            for (std::size_t i = 0; i < devices.size(); ++i) {
-                QCoreApplication::sendPostedEvents(&observers[i]);
-                QCOMPARE(observers[i].lines.filter(QRegularExpression("^error")), QStringList());
-                QCOMPARE(devices[i].requests, QString("vpebbbbwwwwrprrrx"));
-            }
         }
     }
 

@@ -214,38 +214,30 @@ public:
         succeeded += outcome.succeeded ? 1 : 0;
         falseBad += outcome.falseBad ? 1 : 0;
         broken += outcome.finding.isEmpty() ? 0 : 1;
-        if (!outcome.finding.isEmpty()) {
-            keep(worst, setup, outcome.finding, how, length);
-        } else if (outcome.falseBad) {
-            keep(bad, setup, QStringLiteral("failed, but the memory is right"), how, length);
+        QString what = outcome.finding;
+        if (what.isEmpty() && outcome.falseBad) {
+            what = QStringLiteral("failed, but the memory is right");
+        }
+        if (!what.isEmpty()) {
+            const std::lock_guard lock(mutex);
+            const auto [place, isNew] = shortest.try_emplace(what);
+            if (isNew || length < place->second.first) {
+                place->second = {length, QStringLiteral("%1: %2: %3").arg(setup.name, how, what)};
+            }
         }
     }
 
     void print() const
     {
-        for (const auto* kept : {&bad, &worst}) {
-            for (const auto& [what, shortest] : *kept) {
-                std::printf("%s\n", qPrintable(shortest.second));
-            }
+        for (const auto& [what, way] : shortest) {
+            std::printf("%s\n", qPrintable(way.second));
         }
     }
 
 private:
-    /// By what is wrong: the length of the shortest way to it, and the way.
-    using Shortest = std::map<QString, std::pair<int, QString>>;
-
-    void keep(Shortest& shortest, const Setup& setup, const QString& what, const QString& how, int length)
-    {
-        const std::lock_guard lock(mutex);
-        const auto [place, isNew] = shortest.try_emplace(what);
-        if (isNew || length < place->second.first) {
-            place->second = {length, QStringLiteral("%1: %2: %3").arg(setup.name, how, what)};
-        }
-    }
-
     std::mutex mutex;
-    Shortest worst;
-    Shortest bad;
+    /// By what is wrong: the length of the shortest way to it, and the way.
+    std::map<QString, std::pair<int, QString>> shortest;
 };
 
 /// Whether a fault at this request can lead to anything new: pings are all alike but for the first and the last.
