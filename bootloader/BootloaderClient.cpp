@@ -296,7 +296,7 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
             if (otherDevice) {
                 return BootStatus::None;
             }
-            sameDeviceUntil = now() + deviceChangeTime.count();
+            sameDeviceUntil = inFlight.firstProbe + deviceChangeTime.count();
         }
         // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
         // answer to `frame`; otherwise they are the replies to wait for.
@@ -332,6 +332,9 @@ BootStatus BootloaderClient::probe(const BootFrame& question, bool repeats)
     // is there. An echo, though, is only counted, so nothing may stand in front of it.
     if ((inFlight.probes == 0 && !copyOnly && !repeats) || echoOn || inFlight.debris) {
         dropInput();
+    }
+    if (inFlight.probes == 0) {
+        inFlight.firstProbe = now();
     }
     ++inFlight.probes;
     inFlight.cause = InFlight::Cause::Answer;

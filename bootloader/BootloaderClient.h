@@ -124,6 +124,8 @@ private:
         BootFrame request;
         Cause cause = Cause::Nothing;
         int probes = 0;
+        /// When the first of the probes was sent: what answers them was there at that time, or later.
+        QDeadlineTimer firstProbe = {};
         /// The input queue may hold the rest of a damaged data reply, which can look like any reply.
         bool debris = false;
     };
@@ -159,7 +161,8 @@ private:
     /// queue may then be out of step with the replies for good: where a block holds what looks like the head of a
     /// reply, each attempt takes that for its reply and swallows the head of the next.
     int unusableReplies = 0;
-    /// Until then the device on the line is the one that gave the last answer, or that was there at `open`.
+    /// Until then the device on the line is the one that gave the last answer, or that was there at `open`. A late
+    /// version reply proves only who was there when it was asked for.
     QDeadlineTimer sameDeviceUntil;
     bool otherDevice = false;
     Clock now;
