@@ -39,6 +39,34 @@ if(TAVIMORA_FUZZ)
   target_compile_options(tavimora_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# The programs read files and replies of strangers: on Linux they are built with what the compiler has against overflows,
+# and so that the folder they are built in leaves no trace. The sanitizers look for the same faults in their own way, and
+# debuggers find the sources of a debug build by their folder.
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT TAVIMORA_SANITIZE AND NOT TAVIMORA_FUZZ)
+  include(CheckCXXCompilerFlag)
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
+  target_compile_options(tavimora_options INTERFACE -fstack-protector-strong)
+  foreach(protection stack-clash-protection cf-protection) # not on every processor
+    string(MAKE_C_IDENTIFIER "TAVIMORA_HAS_${protection}" known)
+    check_cxx_compiler_flag(-f${protection} ${known})
+    if(${known})
+      target_compile_options(tavimora_options INTERFACE -f${protection})
+    endif()
+  endforeach()
+  # Fortified functions take an optimising compiler, and a distribution may have its own default for them.
+  target_compile_options(tavimora_options INTERFACE "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:\
+-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2;\
+-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.;-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build>")
+  target_link_options(tavimora_options INTERFACE -Wl,-z,relro,-z,now)
+elseif(MINGW AND CMAKE_EXE_LINKER_FLAGS MATCHES "-static")
+  # The linker itself asks Windows for random addresses and for data that cannot be run. What the rest calls is in a
+  # library, which would be one more DLL in a program that is not static.
+  target_compile_options(tavimora_options INTERFACE -fstack-protector-strong
+    "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  target_link_options(tavimora_options INTERFACE -fstack-protector-strong)
+endif()
+
 # tavimora_library(NAME SOURCES ... [LINKS ...] [PRIVATE_LINKS ...])
 # A static library, one for each folder.
 function(tavimora_library name)
