@@ -39,7 +39,7 @@ private Q_SLOTS:
         row("linear after segment", segment("0001") + linear("1234") + data(0, "01"), "", "12340000:01FF");
         row("address with offset", hexRecord(4, 1, "12") + hexRecord(2, 1, "12") + data(0, "01"), "", "0:01FF");
         row("address of three bytes", hexRecord(4, 0, "123") + hexRecord(2, 0, "123") + data(0, "01"), "", "0:01FF");
-        row("no wrap in the segment", segment("0000") + data(0xFFFF, "FF01"), "", "10000:01FF");
+        row("no wrap in the segment", segment("0001") + data(0xFFFF, "FF01"), "", "10010:01FF");
         row("across the top", linear("FFFF") + data(0xFFFE, "AABB0102"), "", "0:0102 FFFFFFFE:AABB");
     }
 

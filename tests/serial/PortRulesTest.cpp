@@ -24,10 +24,10 @@ private Q_SLOTS:
         const std::vector<std::pair<std::u16string, std::u16string>> table = {
             {u"USB\\VID_10C4&PID_EA60\\0001", u"0001"}, {u"USB\\VID_10C4&PID_EA60\\5&1A2B&0&2", u""},
             {u"USB\\VID_10C4&PID_EA60\\AB12-07", u"AB12"}, {u"USB\\VID_10C4\\AB12-&7", u"AB12"},
-            {u"USB\\VID_10C4\\A-B12", u"A-B12"}, {u"USB\\VID_10C4\\A-B-07", u"A-B-07"}, {u"USB\\VID-01\\X", u"X"},
-            {u"USB\\VID_10C4\\", u""}, {u"FTDIBUS\\VID_0403+PID_6001+A50285BI\\0000", u"A50285BI"},
-            {u"FTDIBUS\\VID_0403+PID_6001+A5", u""}, {u"FTDIBUS\\VID_0403\\0000", u""},
-            {u"PCI\\VEN_8086&DEV_9D3D\\3", u""}, {u"usb\\VID_10C4\\0001", u""}};
+            {u"USB\\VID_10C4\\A-B12", u"A-B12"}, {u"USB\\VID_10C4\\A-7", u"A-7"}, {u"USB\\VID_10C4\\A-B-07", u"A-B-07"},
+            {u"USB\\VID-01\\X", u"X"}, {u"USB\\VID_10C4\\", u""},
+            {u"FTDIBUS\\VID_0403+PID_6001+A50285BI\\0000", u"A50285BI"}, {u"FTDIBUS\\VID_0403+PID_6001+A5", u""},
+            {u"FTDIBUS\\VID_0403\\0000", u""}, {u"PCI\\VEN_8086&DEV_9D3D\\3", u""}, {u"usb\\VID_10C4\\0001", u""}};
         for (const auto& [identifier, expected] : table) {
             QVERIFY2(parseSerialNumber(identifier) == expected, qPrintable(QString::fromStdU16String(identifier)));
         }

@@ -13,6 +13,7 @@
 #include <linux/tty_flags.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 namespace
@@ -23,13 +24,22 @@ int modemLines = 0;
 serial_struct driver{};
 // Makes every write end at once without a byte taken, as a driver may whose adapter is gone.
 bool takesNothing = false;
+// Makes the terminal pass for a port with a driver, from which a format is read back. This one keeps no parity.
+bool isReal = false;
 
 } // namespace
 
-// These two replace those of the C library in this executable.
+// These three replace those of the C library in this executable.
 extern "C" ssize_t write(int descriptor, const void* data, std::size_t size)
 {
     return takesNothing ? 0 : ::syscall(SYS_write, descriptor, data, size);
+}
+
+extern "C" int fstat(int descriptor, struct stat* status) noexcept
+{
+    const long result = ::syscall(SYS_fstat, descriptor, status);
+    status->st_rdev = isReal ? 0 : status->st_rdev;
+    return static_cast<int>(result);
 }
 
 extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
@@ -95,6 +105,10 @@ private Q_SLOTS:
             QVERIFY(::flock(terminal.get(), LOCK_EX | LOCK_NB) == 0 && !port.open() &&
                     ::flock(terminal.get(), LOCK_UN) == 0);
             QVERIFY(port.open());
+            port.close();
+            isReal = true;
+            QCOMPARE(port.open(), settings.parity == PortParity::None);
+            isReal = false;
             port.close();
             QVERIFY(ioctl(terminal.get(), TIOCEXCL) == 0 && !port.open() && ioctl(terminal.get(), TIOCNXCL) == 0);
         }

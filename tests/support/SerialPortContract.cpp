@@ -274,6 +274,7 @@ private Q_SLOTS:
         port->cancel();
         QCOMPARE(port->skip(3), 3U);
         QCOMPARE(read(*port, 1), pattern(4).last(1));
+        QVERIFY(open(longLimit) && write(*port, "next") == 4);
     }
 
     void cancelAtAnyMoment()
