@@ -39,9 +39,9 @@ if(TAVIMORA_FUZZ)
   target_compile_options(tavimora_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# The programs read files and replies of strangers: on Linux they are built with what the compiler has against overflows,
-# and so that the folder they are built in leaves no trace. The sanitizers look for the same faults in their own way, and
-# debuggers find the sources of a debug build by their folder.
+# The programs read files and replies of strangers: on Linux they are built with what the compiler has against
+# overflows, and so that the folder they are built in leaves no trace. The sanitizers look for the same faults in their
+# own way, and debuggers find the sources of a debug build by their folder.
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT TAVIMORA_SANITIZE AND NOT TAVIMORA_FUZZ)
   include(CheckCXXCompilerFlag)
   include(CheckPIESupported)
