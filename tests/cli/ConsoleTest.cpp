@@ -43,6 +43,10 @@ private Q_SLOTS:
         row("burn without a port", cli, {"burn", "a"}, 2, "", "tavimora-cli burn: --port is missing\n");
         row("time-out of 0", cli, {"burn", "--port", "a", "--timeout", "0", "b"}, 2, "",
             "tavimora-cli burn: --timeout wants a number from 1 to ");
+        row("option given twice", cli, {"verify", "--port", "a", "--port", "b", "c"}, 2, "",
+            "tavimora-cli verify: --port is given more than once\n");
+        row("record that cannot be written", cli, {"station", "--port", "a", "--record", "/proc/a", "b"}, 1, "",
+            "tavimora-cli station: the record \"/proc/a\": ");
         row("script/run --help", SCRIPT_RUN, {"--help"}, 0, "usage: script/run [--console]\n", "");
         row("wrong argument of script/run", SCRIPT_RUN, {"--consol"}, 2, "",
             "run: unknown arguments: --consol\nusage: ");

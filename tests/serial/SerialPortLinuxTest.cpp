@@ -15,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 
 namespace
 {
@@ -24,22 +25,22 @@ int modemLines = 0;
 serial_struct driver{};
 // Makes every write end at once without a byte taken, as a driver may whose adapter is gone.
 bool takesNothing = false;
-// Makes the terminal pass for a port with a driver, from which a format is read back. This one keeps no parity.
-bool isReal = false;
+// Gives each terminal the number of a real port, whose settings are checked.
+bool looksReal = false;
 
 } // namespace
 
-// These three replace those of the C library in this executable.
+// These replace those of the C library in this executable.
+extern "C" int fstat(int descriptor, struct stat* status) noexcept
+{
+    const auto result = static_cast<int>(::syscall(SYS_fstat, descriptor, status));
+    status->st_rdev = looksReal ? makedev(4, 64) : status->st_rdev;
+    return result;
+}
+
 extern "C" ssize_t write(int descriptor, const void* data, std::size_t size)
 {
     return takesNothing ? 0 : ::syscall(SYS_write, descriptor, data, size);
-}
-
-extern "C" int fstat(int descriptor, struct stat* status) noexcept
-{
-    const long result = ::syscall(SYS_fstat, descriptor, status);
-    status->st_rdev = isReal ? 0 : status->st_rdev;
-    return static_cast<int>(result);
 }
 
 extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
@@ -106,12 +107,28 @@ private Q_SLOTS:
                     ::flock(terminal.get(), LOCK_UN) == 0);
             QVERIFY(port.open());
             port.close();
-            isReal = true;
-            QCOMPARE(port.open(), settings.parity == PortParity::None);
-            isReal = false;
-            port.close();
             QVERIFY(ioctl(terminal.get(), TIOCEXCL) == 0 && !port.open() && ioctl(terminal.get(), TIOCNXCL) == 0);
         }
+    }
+
+    void refusals()
+    {
+        SerialPortLinux plain({line.portName(), 57600}), odd({line.portName(), 57600, 8, PortParity::Odd});
+        looksReal = true;
+        // No pseudo-terminal takes a parity.
+        QVERIFY(!odd.open() && plain.open());
+        looksReal = false;
+        plain.close();
+        QCOMPARE(odd.errorString(), L"The port does not support these line settings: 57600 baud, 8 data bits.");
+        // Its owner alone is kept out, and root would not be.
+        QCOMPARE(::fchmod(terminal.get(), 0060), 0);
+        if (::getuid() == 0) {
+            QCOMPARE(::fchown(terminal.get(), 65534, -1) | ::seteuid(65534), 0);
+        }
+        const bool opened = plain.open();
+        QCOMPARE(::seteuid(::getuid()) | ::fchmod(terminal.get(), 0600), 0);
+        QVERIFY(!opened &&
+                plain.errorString().starts_with(L"You have no permission to use this port. It is open to the group "));
     }
 
     void waitingIsFree()
