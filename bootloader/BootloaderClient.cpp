@@ -212,12 +212,14 @@ void BootloaderClient::dropInput()
 void BootloaderClient::rejectReply()
 {
     dropInput();
-    inFlight.cause = InFlight::Cause::Answer;
+    if (!inFlight.request.empty()) {
+        inFlight.cause = InFlight::Cause::Answer;
+    }
 }
 
 void BootloaderClient::expectEqualReply()
 {
-    if (inFlight.cause == InFlight::Cause::Nothing) {
+    if (!inFlight.request.empty() && inFlight.cause == InFlight::Cause::Nothing) {
         inFlight.cause = InFlight::Cause::Copy;
     }
 }

@@ -121,6 +121,7 @@ private:
             Answer,
         };
 
+        /// Empty before the first request.
         BootFrame request;
         Cause cause = Cause::Nothing;
         int probes = 0;
