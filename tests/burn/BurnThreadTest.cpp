@@ -110,7 +110,7 @@ const QStringList span = {"minimum 6656", "maximum 65535"};
 const QStringList emptySpan = {"minimum 0", "maximum 0"};
 const QStringList upload = {"log Uploading firmware: 'Board %2' 1.2%1"};
 const QStringList wait = entering("Waiting for device", true, {}, {"Waiting for device on 'COM%1'..."});
-const QStringList found = {"log Found device bootloader: v1.2.3", "log Existing firmware: v4.5.6"};
+const QStringList found = {"log Found device bootloader: v1.1.2", "log Existing firmware: v2.2.3"};
 const QStringList comparingStarts = QStringList{"log Comparing with firmware: 'Board %2' 1.2%1"} + wait + found;
 const QStringList delay = entering("Delay", true, {"minimum 0", "maximum 3000"}, {"Powerup delay..."});
 const QStringList erase =
@@ -148,9 +148,10 @@ struct Burn {
     /// As `ScriptedDevice` tells.
     const char* requests;
     BurnThread::Outcome outcome = BurnThread::Outcome::Succeeded;
-    Faults faults = {};
+    const char* faults = "";
     File file = File::Good;
     bool portOpens = true;
+    bool stopAtOpening = false;
     bool stopAtEnd = false;
     BurnTask task = BurnTask::Burn;
     bool resetAtEnd = false;
@@ -161,9 +162,9 @@ struct Burn {
 using enum BurnThread::Outcome;
 
 const std::vector<Burn> burns = {
-    {"no file", {"error Can't open input file. No such file or directory"}, "", Failed, {}, File::Missing},
+    {"no file", {"error Can't open input file. No such file or directory"}, "", Failed, "", File::Missing},
     {"data too high", {"error Can't open input file. Data at address 0x10004 is out of reach of the bootloader"}, "",
-        Failed, {}, File::DataTooHigh},
+        Failed, "", File::DataTooHigh},
     {"no baud rate", {"error Can't open input file. A baud rate of 0 is not possible"}, "", Failed, {},
         File::NoBaudRate},
     {.name = "no port",
@@ -171,79 +172,75 @@ const std::vector<Burn> burns = {
         .requests = "",
         .outcome = Failed,
         .portOpens = false},
-    {"foreign device", upload + wait + found + foreign + end, "v", Failed, {}, File::OtherDevice},
+    {"foreign device", upload + wait + found + foreign + end, "v", Failed, "", File::OtherDevice},
     {"empty image",
         up + erased + entering("Blank Checking", false, emptySpan, {"Blank Checking..."}) + blank +
             entering("Programming", false, emptySpan, {"Programming..."}) + programmed +
             entering("Verifying", true, emptySpan, {"Verifying..."}) + good,
-        "vpex", Succeeded, {}, File::Empty},
+        "vpex", Succeeded, "", File::Empty},
     {"all well", written + all + good, "vpebbbbwwwwrprrrx"},
     {"device late to come", written + all + good, "vvvvpebbbbwwwwrprrrx", Succeeded,
-        {{'v', 1, Fault::Ignored}, {'v', 2, Fault::Refused}, {'v', 3, Fault::Ignored}}},
+        "ignore@version.1 refuse@version.2 ignore@version.3"},
     {"erase, blank check repeated",
         up + erased + check + at({a, a, a, b, b, c, d}) + blank + program + all + programmed + verify + all + good,
         "vpeeevbbbvbbvbbwwwwrprrrx", Succeeded,
-        {{'e', 1, Fault::Ignored}, {'e', 2, Fault::Refused}, {'b', 1, Fault::Ignored}, {'b', 2, Fault::Refused},
-            {'b', 4, Fault::Ignored}}},
-    {"late answer to a ping", written + all + good, "vpveevbbbbwwwwrprrrx", Succeeded,
-        {{'p', Fault::every, Fault::Late, 80}, {'e', 1, Fault::Ignored}}},
+        "ignore@erase.1 refuse@erase.2 ignore@blank-check.1 refuse@blank-check.2 ignore@blank-check.4"},
+    {"late answer to a ping", written + all + good, "vpveevbbbbwwwwrprrrx", Succeeded, "late:80@ping ignore@erase.1"},
     {"late answer to an erase",
         up + erased + check + at({a}) + dirty(a) + erase + erased + check + all + blank + program + all + programmed +
             verify + all + good,
-        "vpeevbebbbbwwwwrprrrx", Succeeded, {{'e', 1, Fault::Late, 350}, {'b', 1, Fault::NotBlank}}},
+        "vpeevbebbbbwwwwrprrrx", Succeeded, "late:350@erase.1 not-blank@blank-check.1"},
     {"late answer to a blank check",
         up + erased + check + at({a, a, b}) + dirty(b) + erase + erased + check + all + blank + program + all +
             programmed + verify + all + good,
-        "vpebbvbebbbbwwwwrprrrx", Succeeded, {{'b', 1, Fault::Late, 130}, {'b', 3, Fault::NotBlank}}},
+        "vpebbvbebbbbwwwwrprrrx", Succeeded, "late:130@blank-check.1 not-blank@blank-check.3"},
     {"write repeated",
         checked + at({a}) + unwritten(a) + at({a}) + unwritten(a) + all + programmed + verify + all + good,
-        "vpebbbbwwwvwwwrprrrx", Succeeded, {{'w', 1, Fault::Ignored}, {'w', 2, Fault::Refused}}},
+        "vpebbbbwwwvwwwrprrrx", Succeeded, "ignore@write.1 refuse@write.2"},
     {"late answer to a write",
         checked + at({a}) + unwritten(a) + at({a, b}) + unwritten(b) + at({b, c, d}) + programmed + verify + all + good,
-        "vpebbbbwwvwwvwwrprrrx", Succeeded, {{'w', 1, Fault::Late, 350}, {'w', 3, Fault::Ignored}}},
+        "vpebbbbwwvwwvwwrprrrx", Succeeded, "late:350@write.1 ignore@write.3"},
     {"dead after a write was repeated",
         checked + at({a}) + unwritten(a) + at({a, b}) + unwritten(b) + at({b}) + unwritten(b) + at({b}) + unwritten(b) +
             cancelled,
-        "vpebbbbwwvvv", Cancelled,
-        {{'w', 1, Fault::Ignored}, {'v', 2, Fault::Ignored}, {'v', 3, Fault::Ignored}, {'v', 4, Fault::Stop}}},
+        "vpebbbbwwvvv", Cancelled, "ignore@write.1 ignore@version.2 ignore@version.3 hangup@version.4"},
     {"read repeated", written + at({a}) + unread(a) + at({a}) + unread(a) + all + good, "vpebbbbwwwwrrrvrrrx",
-        Succeeded, {{'r', 1, Fault::Ignored}, {'r', 2, Fault::Refused}}},
+        Succeeded, "ignore@read.1 refuse@read.2"},
     {"late reply to a read", written + at({a}) + unread(a) + all + good, "vpebbbbwwwwrrvrrrx", Succeeded,
-        {{'r', 1, Fault::Late, 350}, {'r', 2, Fault::Ignored}}},
+        "late:350@read.1 ignore@read.2"},
     {"reply for another block's",
         written + at({a}) + unread(a) + at({a, b}) + differs(b) + at({b, c, d}) + badBlocks(1) + end,
-        "vpebbbbwwwwrrvrrvrr", Failed, {{'r', 1, Fault::Late, 520}, {'r', 3, Fault::BadBit}, {'r', 4, Fault::BadBit}}},
-    {"reply sent twice", written + all + good, "vpebbbbwwwwrprrrx", Succeeded, {{'r', 1, Fault::SentTwice}}},
+        "vpebbbbwwwwrrvrrvrr", Failed, "late:520@read.1 bad-bit@read.3 bad-bit@read.4"},
+    {"reply sent twice", written + all + good, "vpebbbbwwwwrprrrx", Succeeded, "twice@read.1"},
     {"reply sent twice, and the next block bad", written + at({a, b}) + differs(b) + at({b, c, d}) + badBlocks(1) + end,
-        "vpebbbbwwwwrprrvrr", Failed, {{'r', 1, Fault::SentTwice}, {'r', 2, Fault::BadBit}, {'r', 3, Fault::BadBit}}},
+        "vpebbbbwwwwrprrvrr", Failed, "twice@read.1 bad-bit@read.2 bad-bit@read.3"},
     {"second look is good", written + at({a}) + differs(a) + at({a, b}) + differs(b) + at({b, c, d}) + good,
-        "vpebbbbwwwwrrvrrvrrx", Succeeded, {{'r', 1, Fault::BadBit}, {'r', 3, Fault::BadBit}}},
+        "vpebbbbwwwwrrvrrvrrx", Succeeded, "bad-bit@read.1 bad-bit@read.3"},
     {"bad blocks",
         written + at({a}) + differs(a) + at({a, b, c}) + differs(c) + at({c}) + unread(c) + at({c, d}) + badBlocks(2) +
             end,
-        "vpebbbbwwwwrrvrrrrvr", Failed,
-        {{'r', 1, Fault::BadBit}, {'r', 2, Fault::BadBit}, {'r', 4, Fault::BadBit}, {'r', 5, Fault::Ignored},
-            {'r', 6, Fault::BadBit}}},
-    {"another device in the delay", up + foreign + end, "vpv", Failed, {{'p', 5, Fault::Swapped}}},
+        "vpebbbbwwwwrrvrrrrvr", Failed, "bad-bit@read.1 bad-bit@read.2 bad-bit@read.4 ignore@read.5 bad-bit@read.6"},
+    {"another device in the delay", up + foreign + end, "vpv", Failed, "swap:0@ping.5"},
     {"another device in the blank check", up + erased + check + at({a, a, b}) + foreign + end, "vpebbv", Failed,
-        {{'b', 1, Fault::Swapped}}},
-    {"another device while an erase is repeated", up + foreign + end, "vpeevvv", Failed,
-        {{'e', 1, Fault::Swapped, 1000}}},
+        "swap:0@blank-check.1"},
+    {"another device while an erase is repeated", up + foreign + end, "vpeevvv", Failed, "swap:1000@erase.1"},
     {"another device while a write is repeated",
         checked + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) +
             at({a}) + unwritten(a) + foreign + end,
-        "vpebbbbwwvvv", Failed, {{'w', 1, Fault::Swapped, 1000}}},
-    {"slow erase", written + all + good, "vpeevvvvbbbbwwwwrprrrx", Succeeded, {{'e', 1, Fault::Late, 1500}}},
-    {"stop before the port opens", upload + wait + cancelled, "", Cancelled, {{Fault::opening, 1, Fault::Stop}}},
-    {"stop while waiting", upload + wait + cancelled, "vv", Cancelled,
-        {{'v', 1, Fault::Ignored}, {'v', 2, Fault::Stop}}},
-    {"stop in the delay", upload + wait + found + delay + cancelled, "vp", Cancelled, {{'p', 3, Fault::Stop}}},
-    {"stop in erase", up + cancelled, "vpe", Cancelled, {{'e', 1, Fault::Stop}}},
-    {"stop in blank check", up + erased + check + at({a}) + cancelled, "vpeb", Cancelled, {{'b', 1, Fault::Stop}}},
-    {"stop in program", checked + at({a}) + unwritten(a) + cancelled, "vpebbbbw", Cancelled, {{'w', 1, Fault::Stop}}},
-    {"stop in verify", written + at({a, b}) + unread(b) + cancelled, "vpebbbbwwwwrpr", Cancelled,
-        {{'r', 2, Fault::Stop}}},
-    {"stop in reset", written + all + good, "vpebbbbwwwwrprrrx", Succeeded, {{'x', 1, Fault::Stop}}},
+        "vpebbbbwwvvv", Failed, "swap:1000@write.1"},
+    {"slow erase", written + all + good, "vpeevvvvbbbbwwwwrprrrx", Succeeded, "late:1500@erase.1"},
+    {.name = "stop before the port opens",
+        .events = upload + wait + cancelled,
+        .requests = "",
+        .outcome = Cancelled,
+        .stopAtOpening = true},
+    {"stop while waiting", upload + wait + cancelled, "vv", Cancelled, "ignore@version.1 hangup@version.2"},
+    {"stop in the delay", upload + wait + found + delay + cancelled, "vp", Cancelled, "hangup@ping.3"},
+    {"stop in erase", up + cancelled, "vpe", Cancelled, "hangup@erase.1"},
+    {"stop in blank check", up + erased + check + at({a}) + cancelled, "vpeb", Cancelled, "hangup@blank-check.1"},
+    {"stop in program", checked + at({a}) + unwritten(a) + cancelled, "vpebbbbw", Cancelled, "hangup@write.1"},
+    {"stop in verify", written + at({a, b}) + unread(b) + cancelled, "vpebbbbwwwwrpr", Cancelled, "hangup@read.2"},
+    {"stop in reset", written + all + good, "vpebbbbwwwwrprrrx", Succeeded, "hangup@reset.1"},
     {.name = "stop after the end", .events = written + all + good, .requests = "vpebbbbwwwwrprrrx", .stopAtEnd = true},
     {.name = "identify and reset",
         .events = wait + found + reset + end,
@@ -261,7 +258,7 @@ const std::vector<Burn> burns = {
         .events = comparing + at({a, b}) + differs(b) + at({b, c, d}) + badBlocks(1) + end,
         .requests = "vrprrvrr",
         .outcome = Failed,
-        .faults = {{'r', 2, Fault::BadBit}, {'r', 3, Fault::BadBit}},
+        .faults = "bad-bit@read.2 bad-bit@read.3",
         .task = BurnTask::Verify,
         .burned = true},
     {.name = "compare with another device",
@@ -319,6 +316,7 @@ private Q_SLOTS:
         BurnThread burn(&observer, device.clientFactory(), device.line->clock());
         std::atomic<bool> stopRequested = false;
         device.requestStop = [&] { stopRequested = true; };
+        device.stopAtOpening = expected.stopAtOpening;
         observer.onLine = [&](const QString& line) {
             if (expected.stopAtEnd && line == end.last()) {
                 stopRequested = true;
@@ -331,6 +329,9 @@ private Q_SLOTS:
             return burn.isFinished();
         };
         const QString path = writeFile(folder.path(), expected.file);
+        for (const auto& [address, data] : expected.burned ? image : QVector<ImagePart>()) {
+            std::copy(data.begin(), data.end(), device.traits.memory.begin() + address);
+        }
 
         // One object serves a burn after the other.
         for (int run = 0; run < 2; ++run) {
@@ -338,12 +339,6 @@ private Q_SLOTS:
             observer.lines.clear();
             observer.delayValues.clear();
             device.restart();
-            if (expected.burned) {
-                device.memory.fill(0xFF);
-                for (const auto& [address, data] : image) {
-                    std::copy(data.begin(), data.end(), device.memory.begin() + address);
-                }
-            }
             burn.startJob(
                 {.task = expected.task, .portName = "COM%1", .fileName = path, .resetAtEnd = expected.resetAtEnd});
             QVERIFY(QTest::qWaitFor(stopAsRequested, 30000));

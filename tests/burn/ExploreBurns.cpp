@@ -23,6 +23,7 @@
 namespace
 {
 
+using namespace devicesim;
 using namespace std::chrono_literals;
 
 /// A burn has ended by itself after this time, whatever went wrong.
@@ -32,10 +33,12 @@ constexpr auto longestPass = 1500ms;
 constexpr int maxErases = 3;
 
 /// Four blocks: one that reads like a version reply, two alike, and one that holds what looks like the head of a reply.
-const QByteArray likeVersion = QByteArray::fromHex("831046410003");
+const QByteArray likeVersion = QByteArray::fromHex("421083200003");
 const QByteArray twin = "0123456789abcdef";
 const QByteArray likeHead = QByteArray::fromHex("55558000000012000000900070a0800000");
 const QVector<ImagePart> image = {{0x3100, likeVersion}, {0x3200, twin}, {0x3300, twin}, {0x3400, likeHead + likeHead}};
+/// The rest of the memory is blank, which saves time.
+constexpr std::size_t usedMemory = 0x3500;
 
 /// A kind of burn that is explored.
 struct Setup {
@@ -57,41 +60,43 @@ const std::vector<Setup> setups = {
     {"late echo, stuck bit", true, 40ms, true},
 };
 
-constexpr std::array kindNames = {"Ignored", "ReplyLost", "Refused", "NotBlank", "BadBit", "SentTwice", "Late", "Cut",
-    "Flipped", "Stray", "Restart", "Stop", "Swapped"};
+using Faults = std::vector<PlacedFault>;
 
+/// As options of devicesim.
 QString toText(const Faults& faults)
 {
-    QStringList texts;
-    for (const Fault& fault : faults) {
-        const char* kind = kindNames.at(static_cast<std::size_t>(fault.kind));
-        texts += QString::asprintf("{'%c', %d, Fault::%s, %d}", fault.request, fault.requestNumber, kind, fault.value);
+    QString text;
+    for (const PlacedFault& fault : faults) {
+        text += " --fault " + fault.toText();
     }
-    return '{' + texts.join(", ") + '}';
+    return text;
 }
 
-/// What may go wrong with a request.
-std::vector<Fault> possibleFaults(char request, int number)
+/// A request of a burn: its kind, and which of that kind it is.
+using Place = std::pair<RequestKind, int>;
+
+/// What may go wrong with a request. A line that hangs up stands for a stop.
+Faults possibleFaults(const Place& place)
 {
-    std::vector<Fault> faults;
-    const auto add = [&](Fault::Kind kind, std::initializer_list<int> values = {0}) {
-        for (const int value : values) {
-            faults.push_back({request, number, kind, value});
+    Faults faults;
+    const auto add = [&](Fault fault, std::initializer_list<std::optional<int>> values = {std::nullopt}) {
+        for (const std::optional<int> value : values) {
+            faults.push_back({fault, place.first, place.second, value});
         }
     };
-    for (const auto kind : {Fault::Ignored, Fault::ReplyLost, Fault::Refused, Fault::SentTwice, Fault::Stop}) {
-        add(kind);
+    for (const auto fault : {Fault::Ignore, Fault::Drop, Fault::Refuse, Fault::Twice, Fault::HangUp}) {
+        add(fault);
     }
     add(Fault::Late, {60, 150, 350, 700});
     add(Fault::Stray, {0x90, 0x70, 0x80, 0xA0});
     add(Fault::Restart, {500});
-    add(Fault::Swapped, {1000});
-    if (request == 'v' || request == 'r') {
+    add(Fault::Swap, {1000});
+    if (place.first == RequestKind::Version || place.first == RequestKind::Read) {
         add(Fault::Cut, {1, 4, 7, 13});
-        add(Fault::Flipped, {4, 8 * 4 + 1, 8 * 6});
+        add(Fault::Flip, {4, 8 * 4 + 1, 8 * 6});
     } else {
         // Of 0x90, one makes it 0x80, the other is no status.
-        add(Fault::Flipped, {4, 5});
+        add(Fault::Flip, {4, 5});
     }
     return faults;
 }
@@ -102,8 +107,7 @@ struct Outcome {
     /// Failed although the memory holds the image.
     bool falseBad = false;
     bool succeeded = false;
-    /// Letters and numbers of the requests.
-    std::vector<std::pair<char, int>> requests;
+    std::vector<Place> requests;
 };
 
 /// Receives the events of the burns of one thread, and makes them.
@@ -116,9 +120,7 @@ public:
     {
     }
 
-    /// Makes a burn.
-    /// @param faultFor tells what goes wrong with a request, given its letter and its number.
-    Outcome burn(const Setup& setup, const std::function<std::optional<Fault>(char, int)>& faultFor)
+    Outcome burn(const Setup& setup, const Faults& faults)
     {
         ScriptedDevice device;
         BurnThread thread(this, device.clientFactory(), device.line->clock());
@@ -126,31 +128,29 @@ public:
         bool stopped = false;
         bool endless = false;
         int sentAfterStop = 0;
+        std::array<int, requestNames.size()> counts = {};
         std::optional<ScriptedLine::Time> firstWrite;
-        device.restart();
         device.line->echo = setup.echo;
         device.latency = setup.latency;
+        device.traits.faults.placed = faults;
+        device.traits.memory.resize(usedMemory);
         if (setup.stuckBit) {
-            device.stuckBit = {0x3301, 0x02};
+            device.traits.faults.stuckBits = {{0x3301, 1}};
         }
         device.requestStop = [&] {
             stopped = true;
             thread.requestStop();
         };
-        device.faultFor = [&](char request, int number) -> std::optional<Fault> {
-            if (request == Fault::opening) {
-                return {};
-            }
+        device.onRequest = [&](RequestKind kind) {
             sentAfterStop += stopped ? 1 : 0;
-            outcome.requests.emplace_back(request, number);
-            if (request == 'w' && !firstWrite) {
+            outcome.requests.emplace_back(kind, ++counts[static_cast<std::size_t>(kind)]);
+            if (kind == RequestKind::Write && !firstWrite) {
                 firstWrite = device.line->now;
             }
-            if (device.line->now > longestBurn) {
+            if (device.line->now > longestBurn && !stopped) {
                 endless = true;
-                return Fault{request, number, Fault::Stop};
+                device.stop();
             }
-            return faultFor(request, number);
         };
         saidGood = false;
         errors = 0;
@@ -161,7 +161,7 @@ public:
         bool equal = true;
         for (const auto& [address, data] : image) {
             equal =
-                equal && std::equal(data.begin(), data.end(), device.memory.begin() + address,
+                equal && std::equal(data.begin(), data.end(), device.memory().begin() + address,
                              [](char wanted, std::uint8_t held) { return static_cast<std::uint8_t>(wanted) == held; });
         }
         outcome.succeeded = thread.outcome() == BurnThread::Outcome::Succeeded;
@@ -208,6 +208,8 @@ public:
     std::atomic<std::int64_t> falseBad = 0;
     std::atomic<std::int64_t> broken = 0;
 
+    Findings() { clock.start(); }
+
     void note(const Setup& setup, const Outcome& outcome, const QString& how, int length)
     {
         ++burns;
@@ -222,12 +224,21 @@ public:
             const std::lock_guard lock(mutex);
             const auto [place, isNew] = shortest.try_emplace(what);
             if (isNew || length < place->second.first) {
-                place->second = {length, QStringLiteral("%1: %2: %3").arg(setup.name, how, what)};
+                place->second = {length, QStringLiteral("%1:%2: %3").arg(setup.name, how, what)};
             }
         }
     }
 
-    void print() const
+    /// @param part what has been done so far.
+    void printSum(const char* part) const
+    {
+        std::printf("%s: %lld burns in %lld s, %lld succeeded, %lld failed with the memory right, %lld broke a rule\n",
+            part, static_cast<long long>(burns), static_cast<long long>(clock.elapsed() / 1000),
+            static_cast<long long>(succeeded), static_cast<long long>(falseBad), static_cast<long long>(broken));
+        std::fflush(stdout);
+    }
+
+    void printShortest() const
     {
         for (const auto& [what, way] : shortest) {
             std::printf("%s\n", qPrintable(way.second));
@@ -235,15 +246,16 @@ public:
     }
 
 private:
+    QElapsedTimer clock;
     std::mutex mutex;
     /// By what is wrong: the length of the shortest way to it, and the way.
     std::map<QString, std::pair<int, QString>> shortest;
 };
 
 /// Whether a fault at this request can lead to anything new: pings are all alike but for the first and the last.
-bool matters(const std::vector<std::pair<char, int>>& requests, std::size_t index)
+bool matters(const std::vector<Place>& requests, std::size_t index)
 {
-    const auto isPing = [&](std::size_t at) { return at < requests.size() && requests[at].first == 'p'; };
+    const auto isPing = [&](std::size_t at) { return at < requests.size() && requests[at].first == RequestKind::Ping; };
     return !isPing(index) || !isPing(index - 1) || !isPing(index + 1);
 }
 
@@ -251,21 +263,14 @@ bool matters(const std::vector<std::pair<char, int>>& requests, std::size_t inde
 void explore(
     Explorer& explorer, const Setup& setup, const Faults& faults, std::size_t from, int more, Findings& findings)
 {
-    const Outcome outcome = explorer.burn(setup, [&](char request, int number) -> std::optional<Fault> {
-        for (const Fault& fault : faults) {
-            if (fault.request == request && fault.requestNumber == number) {
-                return fault;
-            }
-        }
-        return {};
-    });
+    const Outcome outcome = explorer.burn(setup, faults);
     findings.note(setup, outcome, toText(faults), static_cast<int>(faults.size()));
-    const bool over = !faults.empty() && faults.back().kind == Fault::Stop;
+    const bool over = !faults.empty() && faults.back().fault == Fault::HangUp;
     for (std::size_t i = from; i < outcome.requests.size() && more > 0 && !over; ++i) {
         if (!matters(outcome.requests, i)) {
             continue;
         }
-        for (const Fault& fault : possibleFaults(outcome.requests[i].first, outcome.requests[i].second)) {
+        for (const PlacedFault& fault : possibleFaults(outcome.requests[i])) {
             Faults longer = faults;
             longer.push_back(fault);
             explore(explorer, setup, longer, i + 1, more - 1, findings);
@@ -276,17 +281,24 @@ void explore(
 /// A burn with faults drawn from `seed`.
 void burnAtRandom(Explorer& explorer, std::uint64_t seed, Findings& findings)
 {
+    // No burn has more requests of a kind that matter.
+    constexpr int mostRequests = 200;
+    constexpr std::array oneIn = {200, 50, 20, 10, 6};
     std::mt19937_64 generator(seed);
     const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(generator() % limit); };
     const Setup& setup = setups[below(setups.size())];
-    constexpr std::array oneIn = {200, 50, 20, 10, 6};
     const std::size_t chance = oneIn[below(oneIn.size())];
-    const Outcome outcome = explorer.burn(setup, [&](char request, int number) -> std::optional<Fault> {
-        const std::vector<Fault> possible = possibleFaults(request, number);
-        const bool often = request == 'p' && below(20) != 0;
-        return below(chance) != 0 || often ? std::nullopt : std::optional(possible[below(possible.size())]);
-    });
-    findings.note(setup, outcome, QStringLiteral("--random 1 --seed %1").arg(seed), 1);
+    Faults faults;
+    for (std::size_t kind = 0; kind < requestNames.size(); ++kind) {
+        const auto request = static_cast<RequestKind>(kind);
+        for (int number = 1; number <= mostRequests; ++number) {
+            if (below(request == RequestKind::Ping ? 20 * chance : chance) == 0) {
+                const Faults possible = possibleFaults({request, number});
+                faults.push_back(possible[below(possible.size())]);
+            }
+        }
+    }
+    findings.note(setup, explorer.burn(setup, faults), QStringLiteral(" --random 1 --seed %1").arg(seed), 1);
 }
 
 /// Runs `work` on all processors, each time with the next number below `count`.
@@ -309,12 +321,12 @@ void exploreAll(const QString& folder, int depth, Findings& findings)
 {
     for (const Setup& setup : setups) {
         Explorer first(folder);
-        const Outcome plain = first.burn(setup, [](char, int) { return std::optional<Fault>(); });
+        const Outcome plain = first.burn(setup, {});
         findings.note(setup, plain, {}, 0);
-        std::vector<std::pair<std::size_t, Fault>> starts;
+        std::vector<std::pair<std::size_t, PlacedFault>> starts;
         for (std::size_t i = 0; i < plain.requests.size() && depth > 0; ++i) {
             if (matters(plain.requests, i)) {
-                for (const Fault& fault : possibleFaults(plain.requests[i].first, plain.requests[i].second)) {
+                for (const PlacedFault& fault : possibleFaults(plain.requests[i])) {
                     starts.emplace_back(i, fault);
                 }
             }
@@ -323,6 +335,7 @@ void exploreAll(const QString& folder, int depth, Findings& findings)
             const auto& [index, fault] = starts[number];
             explore(explorer, setup, {fault}, index + 1, depth - 1, findings);
         });
+        findings.printSum(setup.name);
     }
 }
 
@@ -345,8 +358,6 @@ int main(int argc, char** argv)
         QDir().mkpath(folder.filePath(QString::number(link)));
         writeFirmware(folder.filePath(QString::number(link)), image, 0x0300, 57600, link);
     }
-    QElapsedTimer clock;
-    clock.start();
     Findings findings;
     if (burns > 0) {
         share(burns, folder.path(),
@@ -354,10 +365,7 @@ int main(int argc, char** argv)
     } else {
         exploreAll(folder.path(), parser.value("faults").toInt(), findings);
     }
-    findings.print();
-    std::printf("%lld burns in %lld s, %lld succeeded, %lld failed with the memory right, %lld broke a rule\n",
-        static_cast<long long>(findings.burns), static_cast<long long>(clock.elapsed() / 1000),
-        static_cast<long long>(findings.succeeded), static_cast<long long>(findings.falseBad),
-        static_cast<long long>(findings.broken));
+    findings.printShortest();
+    findings.printSum("all");
     return findings.broken == 0 && findings.succeeded > 0 ? 0 : 1;
 }

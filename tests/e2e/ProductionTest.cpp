@@ -130,7 +130,7 @@ private Q_SLOTS:
             {{}, "succeeded", "", 1},
             {{"--fault", "drop:0.1"}, "succeeded", "", 1},
             {{"--fault", "stuck-bit:0x3100.0=0", "--erase-time", "100"}, "failed", "gave-up", 2},
-            {{"--fault", "hangup:write"}, "failed", "gave-up", 1},
+            {{"--fault", "hangup@write"}, "failed", "gave-up", 1},
             {{"--fault", "late-start:600000"}, "failed", "no-device", 0},
             {{"--device-id", "0x0400"}, "failed", "wrong-device", 0},
             {{"--fault", "stuck-bit:0x3200.2=1"}, "failed", "verify", 1},

@@ -123,10 +123,15 @@ const Conversation conversations[] = {
     {"late start", {"late-start:500"}, {{ping}, silence, silence, silence, silence, silence, silence, {ping, ok}}},
     {"stuck bits", {"stuck-bit:0x3101.7=1", "stuck-bit:0x3103.0=0"},
         {{erase, ok}, {blankWords, notBlank}, {writeWords, ok}, {readWords, stuckWords}}},
-    {"dirty blank", {"dirty-blank"},
-        {{ping, ok}, {erase, ok}, {blankWords, notBlank}, {blankWords, ok}, {erase, ok}, {blankWords, ok}}},
-    {"hang-up", {"hangup:2"}, {{ping, ok}, {ping}}, true},
-    {"hang-up behind a command", {"hangup:erase+1"}, {{ping, ok}, {ping, ok}, {erase, ok}, {ping}}, true},
+    {"at a request",
+        {"not-blank@blank-check.1", "late@blank-check.2", "twice@ping", "flip:1@erase.2", "cut:3@version",
+            "bad-bit@read.1", "ignore@reset", "stray:0x55@write"},
+        {{erase, ok}, {blankWords, notBlank}, {blankWords}, {nothing, ok}, {ping, ok + ok}, {erase, hex("92")},
+            {version, identity.first(3)}, {readWords, hex("8014 0031 0200 feffffff 7cda")}, {reset},
+            {writeWords, hex("5590")}}},
+    {"restart", {"restart:300@ping.2"}, {{ping, ok}, {ping}, {ping}, silence, silence, {ping, ok}}},
+    {"swap", {"swap:0@ping.2"}, {{ping, ok}, {ping}, {version, hex("801e 0000 0300 4210 8320 0103 bcd2")}}},
+    {"hang-up", {"hangup@ping.2"}, {{ping, ok}, {erase, ok}, {ping}}, true},
 };
 
 } // namespace
@@ -220,8 +225,8 @@ private Q_SLOTS:
             return device.waitForFinished(10000) && device.exitCode() == status &&
                    device.readAll().contains(text.toUtf8());
         };
-        for (const QString fault : {"bogus", "drop:1.1", "drop:nan", "stuck-bit:65536", "stuck-bit:0.8",
-                 "dirty-blank:1", "hangup:0", "hangup:erase+x", "hangup:eraser", "late-start:x"}) {
+        for (const QString fault : {"bogus", "drop:1.1", "drop:nan", "stuck-bit:65536", "stuck-bit:0.8", "drop:1@ping",
+                 "late@ping.0", "late@ping.", "late:1e9@ping", "late@pong", "lose@ping", "late-start:x"}) {
             QVERIFY2(isAnswered({"--fault", fault}, 2, fault), qPrintable(fault));
         }
         QVERIFY(isAnswered({"--fault", "drop", "--fault", "drop"}, 2, "'drop' is there twice"));

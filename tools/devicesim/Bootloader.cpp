@@ -86,6 +86,25 @@ void Memory::applyStuckBits()
     }
 }
 
+RequestKind kindOf(const Request& request)
+{
+    switch (request.command) {
+    case Command::WriteBlock:
+        return RequestKind::Write;
+    case Command::ReadBlock:
+        return RequestKind::Read;
+    case Command::Erase:
+        return RequestKind::Erase;
+    case Command::Reset:
+        return RequestKind::Reset;
+    case Command::BlankCheck:
+        return request.address == pingAddress && request.count == 1 ? RequestKind::Ping : RequestKind::BlankCheck;
+    case Command::GetVersion:
+        break;
+    }
+    return RequestKind::Version;
+}
+
 std::optional<Request> RequestParser::feed(std::uint8_t byte)
 {
     if (frame.size() == 1 && commandName(byte) == nullptr) {

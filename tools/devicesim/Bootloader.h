@@ -2,6 +2,7 @@
 
 #include "tools/devicesim/WireFormat.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -61,6 +62,14 @@ struct Request {
     std::vector<std::uint8_t> data;
     bool intact = false;
 };
+
+/// What a request is for. A blank check of the one word that pings ask for is a ping.
+enum class RequestKind : std::uint8_t { Version, Ping, Erase, BlankCheck, Write, Read, Reset };
+
+/// By `RequestKind`, as on the command line.
+inline constexpr std::array requestNames = {"version", "ping", "erase", "blank-check", "write", "read", "reset"};
+
+RequestKind kindOf(const Request& request);
 
 /// Finds requests in a stream of bytes. Bytes that cannot begin a request are skipped. A request that is cut off stays
 /// partial until `abandon`: it has no end mark, so only silence on the line tells that nothing follows.

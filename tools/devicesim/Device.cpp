@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <utility>
 
 namespace devicesim
@@ -14,14 +15,8 @@ constexpr std::array statusBytes = {static_cast<std::uint8_t>(Status::NotBlank),
     static_cast<std::uint8_t>(Status::Data), static_cast<std::uint8_t>(Status::Ok),
     static_cast<std::uint8_t>(Status::Refused)};
 
-/// @param names are separated by commas.
-void appendName(std::string& names, const char* name)
-{
-    if (!names.empty()) {
-        names += ',';
-    }
-    names += name;
-}
+/// How long a device that restarts hears nothing, if nothing else is said.
+constexpr int restartMs = 500;
 
 } // namespace
 
@@ -29,15 +24,12 @@ Device::Device(const DeviceTraits& deviceTraits)
     : traits(deviceTraits)
     , cells(traits.memory, traits.faults.stuckBits)
     , generator(traits.seed)
-    , dirtyBlankLeft(traits.faults.dirtyBlank)
+    , deafUntil(traits.faults.startDelay)
 {
 }
 
 std::optional<Reaction> Device::receive(std::uint8_t byte, std::chrono::nanoseconds sinceStart)
 {
-    if (sinceStart < traits.faults.startDelay) {
-        return std::nullopt;
-    }
     if (losesByte(byte)) {
         ++report.lostBytes;
         return std::nullopt;
@@ -51,7 +43,16 @@ std::optional<Reaction> Device::receive(std::uint8_t byte, std::chrono::nanoseco
         ++report.wrongChecksums;
         return std::nullopt;
     }
-    Reaction reaction = answer(*request);
+    const RequestKind kind = kindOf(*request);
+    const int number = ++counts[static_cast<std::size_t>(kind)];
+    if (sinceStart < deafUntil) {
+        return std::nullopt;
+    }
+    placedHere.clear();
+    std::ranges::copy_if(traits.faults.placed, std::back_inserter(placedHere), [=](const PlacedFault& placed) {
+        return placed.request == kind && (placed.number == number || placed.number == 0);
+    });
+    Reaction reaction = answer(*request, sinceStart);
     reaction.record.time = std::chrono::duration_cast<std::chrono::microseconds>(sinceStart);
     report.add(reaction.record);
     return reaction;
@@ -63,17 +64,19 @@ void Device::abandonRequest()
     ++report.abandonedRequests;
 }
 
-Reaction Device::answer(const Request& request)
+Reaction Device::answer(const Request& request, std::chrono::nanoseconds sinceStart)
 {
     Reaction reaction;
     RequestRecord& record = reaction.record;
     record.command = static_cast<std::uint8_t>(request.command);
     record.address = request.address;
     record.count = request.count;
-    if (hangsUpAt(request.command)) {
-        record.faults = "hangup";
+    if (hit(Fault::HangUp, record.faults)) {
         report.hungUp = true;
         reaction.hangUp = true;
+        return reaction;
+    }
+    if (isIgnored(sinceStart, record.faults)) {
         return reaction;
     }
     reaction.reply = carryOut(request, record.faults);
@@ -86,35 +89,48 @@ Reaction Device::answer(const Request& request)
         }
         reaction.reset = request.command == Command::Reset;
     }
-    if (happens(Fault::Late, record.faults)) {
-        reaction.delay += traits.lateTime;
+    if (const auto late = hit(Fault::Late, record.faults)) {
+        reaction.delay += late->value ? std::chrono::milliseconds(*late->value) : traits.lateTime;
     }
     damage(reaction.reply, record.faults);
     return reaction;
 }
 
-std::vector<std::uint8_t> Device::carryOut(const Request& request, std::string& faults)
+bool Device::isIgnored(std::chrono::nanoseconds sinceStart, std::string& faults)
 {
-    if (happens(Fault::Refuse, faults)) {
-        return statusReply(Status::Refused);
+    const auto beDeaf = [&](const Hit& fault) {
+        deafUntil = sinceStart + std::chrono::milliseconds(fault.value.value_or(restartMs));
+    };
+    if (const auto swap = hit(Fault::Swap, faults)) {
+        swapDevice();
+        beDeaf(*swap);
+        return true;
     }
-    if (request.command == Command::BlankCheck && std::exchange(dirtyBlankDue, false)) {
-        appendName(faults, "dirty-blank");
-        return statusReply(Status::NotBlank);
+    if (const auto restart = hit(Fault::Restart, faults)) {
+        beDeaf(*restart);
+        return true;
     }
-    std::vector<std::uint8_t> reply = execute(request, traits.identity, cells);
-    if (request.command == Command::Erase && reply == statusReply(Status::Ok)) {
-        dirtyBlankDue = std::exchange(dirtyBlankLeft, false);
-    }
-    return reply;
+    return hit(Fault::Ignore, faults).has_value();
 }
 
-bool Device::hangsUpAt(Command command)
+void Device::swapDevice()
 {
-    if (requestCount > 0 || command == traits.faults.hangupFrom.value_or(command)) {
-        ++requestCount;
+    if (!otherCells) {
+        otherCells = cells;
     }
-    return requestCount > 0 && requestCount == traits.faults.hangupAt;
+    std::swap(cells, *otherCells);
+    traits.identity.deviceId ^= 1;
+}
+
+std::vector<std::uint8_t> Device::carryOut(const Request& request, std::string& faults)
+{
+    if (hit(Fault::Refuse, faults)) {
+        return statusReply(Status::Refused);
+    }
+    if (hit(Fault::NotBlank, faults)) {
+        return statusReply(Status::NotBlank);
+    }
+    return execute(request, traits.identity, cells);
 }
 
 bool Device::losesByte(std::uint8_t byte)
@@ -122,7 +138,7 @@ bool Device::losesByte(std::uint8_t byte)
     if (!parser.partial() && byte == requestStart) {
         passing = 0;
         losing = 0;
-        if (happens(Fault::Lose)) {
+        if (happensByChance(Fault::Lose)) {
             // Within the part that every request has.
             passing = pick(0, headerBytes + checksumBytes - 1);
             losing = pick(1, 3);
@@ -141,40 +157,59 @@ bool Device::losesByte(std::uint8_t byte)
 
 void Device::damage(std::vector<std::uint8_t>& reply, std::string& faults)
 {
-    if (happens(Fault::Drop, faults)) {
+    if (hit(Fault::Drop, faults)) {
         reply.clear();
         return;
     }
-    if (reply.size() > 1 && happens(Fault::Cut, faults)) {
-        reply.resize(pick(1, reply.size() - 1));
+    constexpr std::size_t smallestDataReply = headerBytes + checksumBytes;
+    if (reply.size() > smallestDataReply && hit(Fault::BadBit, faults)) {
+        reply[headerBytes] ^= 1;
+        reply[reply.size() - checksumBytes] ^= 1;
     }
-    if (happens(Fault::Flip, faults)) {
-        std::uint8_t& byte = reply[pick(0, reply.size() - 1)];
-        byte = static_cast<std::uint8_t>(byte ^ 1U << pick(0, 7));
+    if (hit(Fault::Twice, faults)) {
+        const std::vector<std::uint8_t> again = reply;
+        reply.insert(reply.end(), again.begin(), again.end());
     }
-    if (happens(Fault::Noise, faults)) {
+    if (reply.size() > 1) {
+        if (const auto cut = hit(Fault::Cut, faults)) {
+            const std::size_t left = cut->value ? static_cast<std::size_t>(*cut->value) : pick(1, reply.size() - 1);
+            reply.resize(std::min(left, reply.size()));
+        }
+    }
+    if (const auto flip = hit(Fault::Flip, faults)) {
+        const std::size_t byte = flip->value ? static_cast<std::size_t>(*flip->value) / 8 : pick(0, reply.size() - 1);
+        const std::size_t bit = flip->value ? static_cast<std::size_t>(*flip->value) % 8 : pick(0, 7);
+        if (byte < reply.size()) {
+            reply[byte] = static_cast<std::uint8_t>(reply[byte] ^ 1U << bit);
+        }
+    }
+    if (hit(Fault::Noise, faults)) {
         for (std::size_t count = pick(1, 4); count > 0; --count) {
             reply.insert(reply.begin(), pickNoise());
         }
     }
-    if (happens(Fault::Stray, faults)) {
-        reply.insert(reply.begin(), statusBytes[pick(0, statusBytes.size() - 1)]);
+    if (const auto stray = hit(Fault::Stray, faults)) {
+        const auto byte = static_cast<std::uint8_t>(stray->value.value_or(0));
+        reply.insert(reply.begin(), stray->value ? byte : statusBytes[pick(0, statusBytes.size() - 1)]);
     }
 }
 
-bool Device::happens(Fault fault)
+bool Device::happensByChance(Fault fault)
 {
     const double probability = traits.faults.probabilities[indexOf(fault)];
     return probability > 0 && std::uniform_real_distribution<double>(0, 1)(generator) < probability;
 }
 
-bool Device::happens(Fault fault, std::string& faults)
+std::optional<Device::Hit> Device::hit(Fault fault, std::string& faults)
 {
-    const bool happened = happens(fault);
-    if (happened) {
-        appendName(faults, faultNames[indexOf(fault)]);
+    const auto placed = std::ranges::find(placedHere, fault, &PlacedFault::fault);
+    const bool isPlaced = placed != placedHere.end();
+    if (!isPlaced && !happensByChance(fault)) {
+        return std::nullopt;
     }
-    return happened;
+    faults += faults.empty() ? "" : ",";
+    faults += faultNames[indexOf(fault)];
+    return Hit{isPlaced ? placed->value : std::nullopt};
 }
 
 std::size_t Device::pick(std::size_t first, std::size_t last)

@@ -4,6 +4,7 @@
 #include "tools/devicesim/DeviceReport.h"
 #include "tools/devicesim/FaultPlan.h"
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -64,35 +65,46 @@ public:
     /// Drops a request that was cut off.
     void abandonRequest();
 
+    /// Of the device that answers, as the id is.
     const std::vector<std::uint8_t>& memory() const { return cells.bytes(); }
+    std::uint16_t id() const { return traits.identity.deviceId; }
 
     /// What was seen and done so far. The caller adds the resets, and the bytes on the line.
     DeviceReport report;
 
 private:
-    Reaction answer(const Request& request);
+    /// A fault that happens, with its value if that is given.
+    struct Hit {
+        std::optional<int> value;
+    };
+
+    Reaction answer(const Request& request, std::chrono::nanoseconds sinceStart);
     std::vector<std::uint8_t> carryOut(const Request& request, std::string& faults);
-    bool hangsUpAt(Command command);
+    bool isIgnored(std::chrono::nanoseconds sinceStart, std::string& faults);
+    void swapDevice();
     bool losesByte(std::uint8_t byte);
     void damage(std::vector<std::uint8_t>& reply, std::string& faults);
-    bool happens(Fault fault);
-    /// @param faults gets the name of the fault if that happens.
-    bool happens(Fault fault, std::string& faults);
+    bool happensByChance(Fault fault);
+    /// @param faults gets the name of the fault if that happens with the current request.
+    std::optional<Hit> hit(Fault fault, std::string& faults);
     std::size_t pick(std::size_t first, std::size_t last);
     std::uint8_t pickNoise();
 
     DeviceTraits traits;
     Memory cells;
+    /// What another device holds that has been on the line and may come back.
+    std::optional<Memory> otherCells;
     RequestParser parser;
     std::mt19937_64 generator;
     /// Of the request under way: bytes that still pass, and bytes that are lost behind them.
     std::size_t passing = 0;
     std::size_t losing = 0;
-    /// Requests from the one on that the hang-up counts from.
-    std::int64_t requestCount = 0;
-    /// `FaultPlan::dirtyBlank` is still to come, with the first erase; and it hits the next blank check.
-    bool dirtyBlankLeft = false;
-    bool dirtyBlankDue = false;
+    /// Requests so far by `RequestKind`, heard or not.
+    std::array<int, requestNames.size()> counts = {};
+    /// The placed faults that hit the current request.
+    std::vector<PlacedFault> placedHere;
+    /// Nothing is heard until then.
+    std::chrono::nanoseconds deafUntil;
 };
 
 } // namespace devicesim

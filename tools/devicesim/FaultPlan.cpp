@@ -5,6 +5,8 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <climits>
+#include <span>
 
 namespace devicesim
 {
@@ -12,132 +14,169 @@ namespace devicesim
 namespace
 {
 
-constexpr std::int64_t hourMs = 3'600'000;
+constexpr int hourMs = 3'600'000;
 
 struct FaultEntry {
-    const char* name;
-    /// What may follow the name and a colon; null for a fault without a value.
-    const char* value;
-    const char* defaultValue;
     const char* effect;
-    /// False: the value is wrong.
-    bool (*apply)(FaultPlan& plan, const QString& value);
+    /// What the value of a placed fault is, and the largest one; null for a fault without a value.
+    const char* value = nullptr;
+    int largest = 0;
 };
 
-/// @return the number in `text` if it is one from 0 to `largest`.
-std::optional<std::int64_t> readNumber(const QString& text, std::int64_t largest)
+/// By `Fault`.
+constexpr std::array<FaultEntry, faultNames.size()> faultTable = {{
+    {"the reply is lost"},
+    {"the reply comes late, by --late-time if not by MS", "MS", hourMs},
+    {"the request is refused"},
+    {"the end of a data reply is lost, BYTES come", "BYTES", 0xFFFF},
+    {"one bit of the reply is wrong", "BIT", 0x7FFFF},
+    {"bytes that are no status precede the reply"},
+    {"a status byte too many precedes the reply, or BYTE", "BYTE", 0xFF},
+    {"bytes of the request are lost; only by chance"},
+    {"the request has neither an effect nor a reply"},
+    {"the answer is that the memory is not blank"},
+    {"a data bit of a reply is wrong, its checksum fits"},
+    {"the reply comes twice"},
+    {"the device hears nothing for MS (default 500)", "MS", hourMs},
+    {"as restart, then a device of another id answers", "MS", hourMs},
+    {"the line hangs up instead of a reply"},
+}};
+
+constexpr const char* stuckBit = "stuck-bit";
+constexpr const char* stuckBitForm = "stuck-bit[:ADDRESS[.BIT][=0|1]]";
+constexpr const char* lateStart = "late-start";
+constexpr const char* lateStartForm = "late-start[:MS]";
+
+/// The name of a fault, with what may follow it where it is placed.
+QString formOf(std::size_t index)
+{
+    const char* value = faultTable[index].value;
+    return faultNames[index] + (value == nullptr ? QString() : QString("[:%1]").arg(value));
+}
+
+/// @return the number in `text` if it is one from `least` to `largest`.
+std::optional<int> readNumber(const QString& text, int least, int largest)
 {
     const std::optional<std::int64_t> number = parseNumber(text);
-    return number && *number >= 0 && *number <= largest ? number : std::nullopt;
+    return number && *number >= least && *number <= largest ? std::optional(static_cast<int>(*number)) : std::nullopt;
 }
 
-template <Fault Kind>
-bool applyProbability(FaultPlan& plan, const QString& value)
+/// @return the position of `name` in `names`, or their number if it is not there.
+std::size_t find(std::span<const char* const> names, const QString& name)
 {
-    bool ok = false;
-    const double probability = value.toDouble(&ok);
-    plan.probabilities[indexOf(Kind)] = probability;
-    return ok && probability >= 0 && probability <= 1;
+    const auto found = std::ranges::find_if(names, [&name](const char* known) { return name == QLatin1String(known); });
+    return static_cast<std::size_t>(found - names.begin());
 }
 
-bool applyStuckBit(FaultPlan& plan, const QString& value)
+QString listOf(std::span<const char* const> names)
+{
+    return QStringList(names.begin(), names.end()).join(", ");
+}
+
+std::optional<StuckBit> readStuckBit(const QString& text)
 {
     static const QRegularExpression form("^([^.=]+)(?:\\.([0-7]))?(?:=([01]))?$");
-    const QRegularExpressionMatch match = form.match(value);
-    const std::optional<std::int64_t> address = readNumber(match.captured(1), Memory::size - 1);
-    const int bit = match.captured(2).toInt();
-    plan.stuckBits.push_back({static_cast<std::uint16_t>(address.value_or(0)), bit, match.captured(3) != u"0"});
-    return address.has_value();
-}
-
-bool applyDirtyBlank(FaultPlan& plan, const QString& /*value*/)
-{
-    plan.dirtyBlank = true;
-    return true;
-}
-
-bool applyHangup(FaultPlan& plan, const QString& value)
-{
-    const QString command = value.section(u'+', 0, 0);
-    plan.hangupFrom = commandNamed(command.toStdString());
-    if (!plan.hangupFrom) {
-        plan.hangupAt = readNumber(value, UINT32_MAX).value_or(0);
-        return plan.hangupAt > 0;
+    const QRegularExpressionMatch match = form.match(text);
+    const std::optional<int> address = readNumber(match.captured(1), 0, Memory::size - 1);
+    if (!address) {
+        return std::nullopt;
     }
-    const QString behind = command == value ? "0" : value.mid(command.size() + 1);
-    const std::optional<std::int64_t> number = readNumber(behind, UINT32_MAX);
-    plan.hangupAt = 1 + number.value_or(0);
-    return number.has_value();
+    return StuckBit{static_cast<std::uint16_t>(*address), match.captured(2).toInt(), match.captured(3) != u"0"};
 }
 
-bool applyLateStart(FaultPlan& plan, const QString& value)
+/// @param text what stands behind the name of the fault: "[:VALUE]@REQUEST[.N]".
+std::optional<PlacedFault> readPlaced(Fault fault, const QString& text)
 {
-    const std::optional<std::int64_t> delay = readNumber(value, hourMs);
-    plan.startDelay = std::chrono::milliseconds(delay.value_or(0));
-    return delay.has_value();
+    static const QRegularExpression form("^(?::([^@]+))?@([a-z-]+)(?:\\.(.+))?$");
+    const QRegularExpressionMatch match = form.match(text);
+    const std::size_t request = find(requestNames, match.captured(2));
+    const FaultEntry& entry = faultTable[indexOf(fault)];
+    if (fault == Fault::Lose || request == requestNames.size() || (match.hasCaptured(1) && entry.value == nullptr)) {
+        return std::nullopt;
+    }
+    PlacedFault placed{fault, static_cast<RequestKind>(request), 0, std::nullopt};
+    if (match.hasCaptured(1)) {
+        placed.value = readNumber(match.captured(1), 0, entry.largest);
+    }
+    if (match.hasCaptured(3)) {
+        placed.number = readNumber(match.captured(3), 1, INT_MAX).value_or(-1);
+    }
+    const bool isRight = placed.number >= 0 && match.hasCaptured(1) == placed.value.has_value();
+    return isRight ? std::optional(placed) : std::nullopt;
 }
-
-template <Fault Kind>
-constexpr FaultEntry chance(const char* effect)
-{
-    return {faultNames[indexOf(Kind)], "PROBABILITY", "0.1", effect, applyProbability<Kind>};
-}
-
-constexpr std::array faultTable = {
-    chance<Fault::Drop>("the reply is lost"),
-    chance<Fault::Late>("the reply comes late by --late-time"),
-    chance<Fault::Refuse>("the request is refused"),
-    chance<Fault::Cut>("the end of a data reply is lost"),
-    chance<Fault::Flip>("one bit of the reply is wrong"),
-    chance<Fault::Noise>("bytes that are no status precede the reply"),
-    chance<Fault::Stray>("a status byte too many precedes the reply"),
-    chance<Fault::Lose>("bytes of the request are lost"),
-    FaultEntry{"stuck-bit", "ADDRESS[.BIT][=0|1]", "0x3100.0=1",
-        "a bit never clears (=1) or never sets (=0), each time another", applyStuckBit},
-    FaultEntry{
-        "dirty-blank", nullptr, nullptr, "the first blank check after an erase answers not blank", applyDirtyBlank},
-    FaultEntry{"hangup", "N|COMMAND[+N]", "1", "the line hangs up at the Nth request, or N behind the first COMMAND",
-        applyHangup},
-    FaultEntry{"late-start", "MS", "2000", "the device hears nothing for so long at first", applyLateStart},
-};
 
 } // namespace
 
+QString PlacedFault::toText() const
+{
+    QString text = faultNames[indexOf(fault)];
+    if (value) {
+        text += QString(":%1").arg(*value);
+    }
+    text += QString("@%1").arg(requestNames[static_cast<std::size_t>(request)]);
+    return number == 0 ? text : QString("%1.%2").arg(text).arg(number);
+}
+
 QString FaultPlan::add(const QString& text)
 {
-    const QString name = text.section(u':', 0, 0);
-    const bool hasValue = name != text;
-    const auto* const entry = std::ranges::find_if(
-        faultTable, [&name](const FaultEntry& known) { return name == QLatin1String(known.name); });
-    if (entry == faultTable.end()) {
-        QStringList names;
-        for (const FaultEntry& known : faultTable) {
-            names += known.name;
-        }
-        return QString("unknown fault '%1', expected one of: %2").arg(name, names.join(", "));
+    const QString name = text.section(QRegularExpression("[:@]"), 0, 0);
+    const QString rest = text.mid(name.size());
+    const QString value = rest.mid(1);
+    const std::size_t index = find(faultNames, name);
+    const bool isKnown = index < faultNames.size();
+    const bool isPlaced = isKnown && rest.contains('@');
+    if (!isKnown && name != stuckBit && name != lateStart) {
+        return QString("unknown fault '%1', expected one of: %2, %3, %4")
+            .arg(name, listOf(faultNames), stuckBit, lateStart);
     }
-    if (given.contains(name) && entry->apply != applyStuckBit) {
+    if (given.contains(name) && !isPlaced) {
         return QString("the fault '%1' is there twice").arg(name);
     }
-    given += name;
-    if (hasValue && entry->value == nullptr) {
-        return QString("wrong value in the fault '%1', expected %2").arg(text, name);
+
+    QString form;
+    bool isRight = false;
+    if (isPlaced) {
+        const std::optional<PlacedFault> fault = readPlaced(static_cast<Fault>(index), rest);
+        placed.push_back(fault.value_or(PlacedFault()));
+        isRight = fault.has_value();
+        form = QString("%1@REQUEST[.N] with REQUEST one of: %2").arg(formOf(index), listOf(requestNames));
+    } else if (isKnown) {
+        const double probability = rest.isEmpty() ? 0.1 : value.toDouble(&isRight);
+        probabilities[index] = probability;
+        isRight = (isRight || rest.isEmpty()) && probability >= 0 && probability <= 1;
+        form = name + ":PROBABILITY";
+        given += name;
+    } else if (name == stuckBit) {
+        const std::optional<StuckBit> bit = readStuckBit(rest.isEmpty() ? "0x3100.0=1" : value);
+        stuckBits.push_back(bit.value_or(StuckBit()));
+        isRight = bit.has_value();
+        form = stuckBitForm;
+    } else {
+        const std::optional<int> delay = readNumber(rest.isEmpty() ? "2000" : value, 0, hourMs);
+        startDelay = std::chrono::milliseconds(delay.value_or(0));
+        isRight = delay.has_value();
+        form = lateStartForm;
+        given += name;
     }
-    if (!entry->apply(*this, hasValue ? text.mid(name.size() + 1) : entry->defaultValue)) {
-        return QString("wrong value in the fault '%1', expected %2:%3").arg(text, name, entry->value);
-    }
-    return {};
+    return isRight ? QString() : QString("wrong value in the fault '%1', expected %2").arg(text, form);
 }
 
 QString FaultPlan::help()
 {
-    QString lines = "Faults; a PROBABILITY is one per request, 0 to 1:\n";
-    for (const FaultEntry& entry : faultTable) {
-        const bool takesValue = entry.value != nullptr;
-        const QString form = takesValue ? QString("%1[:%2]").arg(entry.name, entry.value) : entry.name;
-        const QString byDefault = takesValue ? QString(" (default %1)").arg(entry.defaultValue) : QString();
-        lines += QString("  %1 %2%3\n").arg(form, -31).arg(entry.effect, byDefault);
+    QString lines = QString("Faults. NAME[:PROBABILITY] hits each request by chance, 0 to 1 (default 0.1).\n"
+                            "NAME@REQUEST.N hits the Nth request of a kind, NAME@REQUEST each of that kind, and\n"
+                            "then the name may have a value. REQUEST is one of:\n"
+                            "  %1.\n")
+                        .arg(listOf(requestNames));
+    const auto addLine = [&lines](const QString& form, const char* effect) {
+        lines += QString("  %1 %2\n").arg(form, -29).arg(effect);
+    };
+    for (std::size_t index = 0; index < faultNames.size(); ++index) {
+        addLine(formOf(index), faultTable[index].effect);
     }
+    lines += "And these, by themselves:\n";
+    addLine(stuckBitForm, "a bit never clears (=1) or never sets (=0), each time another");
+    addLine(lateStartForm, "the device hears nothing for so long at first (default 2000)");
     return lines;
 }
 

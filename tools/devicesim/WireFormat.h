@@ -26,6 +26,9 @@ constexpr std::size_t largestReadCount = 1019;
 constexpr std::uint16_t eraseAddress = 0xFF00;
 constexpr std::uint16_t eraseCount = 0xA506;
 
+/// A host that only wants a sign of life asks whether the one word here is blank.
+constexpr std::uint16_t pingAddress = 0xFFF0;
+
 enum class Command : std::uint8_t {
     WriteBlock = 0x12,
     ReadBlock = 0x14,
