@@ -180,54 +180,6 @@ private Q_SLOTS:
         QTEST(call(link.client), "result");
     }
 
-    void lateReplies_data()
-    {
-        QTest::addColumn<Call>("first");
-        QTest::addColumn<Bytes>("reply");
-        QTest::addColumn<int>("lateMs");
-        QTest::addColumn<Call>("second");
-        QTest::addColumn<QByteArray>("result");
-        QTest::addColumn<QByteArray>("probe");
-
-        const QByteArray version = "80 1E 00 00 00 00 7F E1";
-        const QByteArray blankWord = "80 1C F0 FF 01 00 8E 1C";
-        const Bytes data = ScriptedLine::dataReply({7, 7}).bytes;
-        const auto row = [](const char* name, const Call& first, const Bytes& reply, int lateMs, const Call& second,
-                             const QByteArray& result, const QByteArray& probe) {
-            QTest::newRow(name) << first << reply << lateMs << second << result << probe;
-        };
-        row("none", readBlock(0, 2), data, 0, readBlock(2, 2), "01 02", "");
-        row("read", readBlock(0, 2), data, 350, readBlock(2, 2), "01 02", version);
-        row("read that looks like a version", readBlock(0, 6), ScriptedLine::dataReply(Bytes(6, 7)).bytes, 350,
-            readBlock(2, 2), "01 02", blankWord);
-        row("same read again", readBlock(2, 2), data, 350, readBlock(2, 2), "07 07", "");
-        row("read, of another length", readBlock(0, 4), data, 0, readBlock(2, 2), "01 02", version);
-        row("read, refused", readBlock(0, 2), {0xA0}, 0, readBlock(2, 2), "01 02", version);
-        row("read, damaged", readBlock(0, 2), bytes("80 00 00 00 01 00 90 90 00 00 90"), 0, readBlock(2, 2), "01 02",
-            version);
-        row("version, then a blank check", readVersion, data, 110, blankCheck(2, 2), "blank", blankWord);
-        row("blank check", blankCheck(0, 2), {0x70}, 110, blankCheck(2, 2), "blank", version);
-        row("write", writeBlock(0, {1, 2}), {0xA0}, 350, writeBlock(2, {1, 2}), "yes", version);
-        row("write, then a read", writeBlock(0, {1, 2}), {0x90}, 350, readBlock(2, 2), "01 02", version);
-        row("erase", eraseMemory, {0x90}, 350, blankCheck(2, 2), "blank", version);
-        row("before a reset", readBlock(0, 2), data, 350, resetDevice, "yes", "");
-    }
-
-    /// A reply that comes after its deadline is not taken for the answer to another request: the client first asks for
-    /// something whose answer looks unlike it.
-    void lateReplies()
-    {
-        QFETCH(const Call, first);
-        QFETCH(const Call, second);
-        QFETCH(const Bytes, reply);
-        QFETCH(const int, lateMs);
-        Link link(reply, milliseconds(lateMs));
-        first(link.client);
-        link.obey();
-        QTEST(second(link.client), "result");
-        QTEST(link.line->requests.size() == 2 ? QByteArray() : hex(link.line->requests[1]), "probe");
-    }
-
     void unansweredProbe()
     {
         Link link;
@@ -268,40 +220,6 @@ private Q_SLOTS:
         }
     }
 
-    void equalReplies()
-    {
-        for (const bool announced : {false, true}) {
-            Link link;
-            link.obey();
-            link.client.readBlock(0, 2);
-            link.line->deliver(ScriptedLine::dataReply({7, 7}));
-            if (announced) {
-                link.client.expectEqualReply();
-            }
-            QCOMPARE(hex(link.client.readBlock(2, 2)), QByteArray(announced ? "01 02" : "07 07"));
-        }
-    }
-
-    void anotherDevice()
-    {
-        for (const int device : {0x0300, 0x0301}) {
-            Link link;
-            link.client.expectedDevice = 0x0300;
-            link.client.ping();
-            link.line->device = [device](const Bytes& request) {
-                return request[1] == 0x1E ? ScriptedLine::dataReply({1, 1, 1, 1, std::uint8_t(device), 3})
-                                          : ScriptedLine::Reply{{0x90}};
-            };
-            const bool expected = device == 0x0300;
-            QCOMPARE(link.client.eraseMemory(), expected);
-            QCOMPARE(link.client.metOtherDevice(), !expected);
-            const std::size_t sent = link.line->requests.size();
-            QCOMPARE(link.client.writeBlock(0, {1, 2}), expected);
-            link.client.resetDevice(0);
-            QCOMPARE(link.line->requests.size(), sent + (expected ? 2 : 0));
-        }
-    }
-
     void damagedReply()
     {
         Link link(bytes("80 00 00 00 01 00 90 90 00 00 55 90"));
@@ -311,26 +229,6 @@ private Q_SLOTS:
         const auto flood = link.line->now;
         link.client.rejectReply();
         QVERIFY2(link.line->now - flood < milliseconds(1000), "ends on a line that is never silent");
-    }
-
-    /// A block may hold what looks like the head of a reply. Once in the middle of one, each attempt would take that
-    /// for its reply and swallow the real head of the next.
-    void outOfStep()
-    {
-        for (const bool echo : {false, true}) {
-            Bytes block(512);
-            block[100] = 0x80;
-            block[104] = 0xF0;
-            const ScriptedLine::Reply reply = ScriptedLine::dataReply(block);
-            Link link(reply.bytes);
-            link.client.echoOn = link.line->echo = echo;
-            link.line->deliver({{reply.bytes.begin() + 60, reply.bytes.end()}});
-            int attempts = 1;
-            while (link.client.readBlock(0, 512) != block && attempts < 50) {
-                ++attempts;
-            }
-            QVERIFY2(attempts > 1 && attempts < 10, qPrintable(QString::number(attempts)));
-        }
     }
 
     void echo()

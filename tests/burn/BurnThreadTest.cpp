@@ -3,8 +3,6 @@
 #include "burn/BurnProgressEvent.h"
 #include "tests/burn/ScriptedDevice.h"
 
-#include <QElapsedTimer>
-#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -356,32 +354,6 @@ private Q_SLOTS:
             QCOMPARE(burn.result().erases, int(expected.events.count(erased.last())));
             QVERIFY2(device.client.expired(), "the client outlived its burn");
         }
-    }
-
-    void stopsAtAnyMoment()
-    {
-        const QString path = writeFirmware(folder.path(), image);
-        ScriptedDevice device;
-        Observer observer;
-        BurnThread burn(&observer, device.clientFactory(), device.line->clock());
-        QElapsedTimer clock;
-        clock.start();
-        burn.startBurn("COM1", path);
-        QVERIFY(burn.wait(QDeadlineTimer(30000)));
-        const auto wholeBurnUs = static_cast<int>(clock.nsecsElapsed() / 1000);
-        int stopped = 0;
-        for (int i = 0; i < 150; ++i) {
-            observer.lines.clear();
-            burn.startBurn("COM1", path);
-            QThread::usleep(static_cast<unsigned long>(QRandomGenerator::global()->bounded(wholeBurnUs)));
-            burn.stopBurn();
-            const bool wasCancelled = burn.outcome() == BurnThread::Outcome::Cancelled;
-            QVERIFY(device.client.expired());
-            QCoreApplication::sendPostedEvents(&observer);
-            stopped += wasCancelled ? 1 : 0;
-            QCOMPARE(observer.lines.value(observer.lines.size() - 1), (wasCancelled ? cancelled : end).last());
-        }
-        QVERIFY2(stopped > 0, "every burn ended before its stop");
     }
 };
 

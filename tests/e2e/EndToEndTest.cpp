@@ -11,7 +11,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <utility>
 #include <vector>
 
 namespace
@@ -69,8 +68,6 @@ struct BurnCase {
     QStringList log = {};
     /// The reason of a failure on standard error.
     QString error = {};
-    /// What the same firmware file holds for a second burn on the same device; empty if there is none.
-    Image nextImage = {};
 };
 
 const QString success = "Verification successful";
@@ -124,14 +121,6 @@ const std::vector<BurnCase> burnCases = {
     {.name = "noise", .image = someBlocks, .faults = {"noise:0.5"}},
     {.name = "requests damaged", .image = someBlocks, .faults = {"lose:0.2"}},
     {.name = "stray statuses", .image = someBlocks, .faults = {"stray:0.2"}, .exitStatus = {}},
-    {.name = "several faults",
-        .image = someBlocks,
-        .faults = {"drop:0.1", "late:0.1", "flip:0.1", "lose:0.1", "noise:0.2"},
-        .exitStatus = {}},
-    {.name = "all faults on a slow line",
-        .baudRate = 57600,
-        .faults = {"drop:0.1", "late:0.1", "flip:0.1", "lose:0.1", "noise:0.1", "stray:0.1", "cut:0.2", "refuse:0.1"},
-        .exitStatus = {}},
     {.name = "hang-up in the wait", .faults = {"hangup@version.1"}, .stopAfter = "Waiting for device"},
     {.name = "hang-up in the delay", .faults = {"hangup@ping.40"}, .stopAfter = "Powerup delay..."},
     {.name = "hang-up in erase", .faults = {"hangup@erase"}, .stopAfter = "Erasing..."},
@@ -140,10 +129,6 @@ const std::vector<BurnCase> burnCases = {
     {.name = "hang-up in verification", .faults = {"hangup@read"}, .stopAfter = "Verifying..."},
     {.name = "hang-up at the reset", .faults = {"hangup@reset"}, .log = {success, "Complete"}},
     {.name = "stopped in the delay", .stopAfter = "Powerup delay..."},
-    {.name = "file changed between two burns",
-        .image = someBlocks,
-        .log = {success, "Complete", success, "Complete"},
-        .nextImage = oneBlock},
 };
 
 /// The console program for Windows, which then burns in the place of the one for this machine.
@@ -201,14 +186,14 @@ public:
             burn.kill();
         }
         if (burn.state() == QProcess::NotRunning || burn.waitForFinished(1)) {
-            ended = !startNext();
+            takeResult();
         }
     }
 
     void check()
     {
         const int exitStatus = burn.exitCode();
-        const bool equal = contentOf(device.memoryFile) == memoryWith(*image);
+        const bool equal = contentOf(device.memoryFile) == memoryWith(burnCase.image);
         const QByteArray context =
             QString("exit %1, memory equal %2\n%3%4").arg(exitStatus).arg(equal).arg(log, error).toUtf8();
         QVERIFY2(clock.isValid() && burn.exitStatus() == QProcess::NormalExit, context);
@@ -240,7 +225,7 @@ private:
         const int baudRate = burnCase.baudRate > 0 ? burnCase.baudRate : fastBaudRate;
         const fwpack::PackageHeader header = {
             .device = 0x0300, .version = "1", .target = "e2e", .baudrate = baudRate, .link = burnCase.echo ? 1 : 0};
-        return write(firmwareFile, fwpack::makePackage(header, hexText(*image)));
+        return write(firmwareFile, fwpack::makePackage(header, hexText(burnCase.image)));
     }
 
     bool startDevice()
@@ -282,21 +267,16 @@ private:
         return QFile::link(device.port, link) ? "COM" + number : QString();
     }
 
-    /// Takes what the burn has left. @return whether the next one runs in its place.
-    bool startNext()
+    void takeResult()
     {
         log += text(burn.readAll());
         error = text(burn.readAllStandardError());
         stopLasted = clock.elapsed() - stopSent.value_or(0);
-        if (!burnCase.nextImage.empty() && std::exchange(image, &burnCase.nextImage) == &burnCase.image) {
-            return makeFirmware() && startBurn();
-        }
         device.end();
-        return false;
+        ended = true;
     }
 
     const BurnCase& burnCase;
-    const Image* image = &burnCase.image;
     SimulatedDevice device;
     const QString firmwareFile = device.folder.filePath("firmware.txt");
     QProcess burn;

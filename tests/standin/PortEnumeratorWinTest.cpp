@@ -183,17 +183,6 @@ private Q_SLOTS:
         }
     }
 
-    /// Keys and device sets have functions of their own that close them.
-    void closing()
-    {
-        win32::setMachine(machine());
-        const HDEVINFO set = SetupDiGetClassDevsW(&ports, nullptr, nullptr, DIGCF_PRESENT);
-        HKEY key = nullptr;
-        QCOMPARE(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"HARDWARE\\DEVICEMAP\\SERIALCOMM", 0, KEY_QUERY_VALUE, &key), 0);
-        QVERIFY(!CloseHandle(set) && !CloseHandle(key) && win32::openHandles() == 2);
-        QVERIFY(SetupDiDestroyDeviceInfoList(set) && RegCloseKey(key) == 0);
-    }
-
     void longTexts()
     {
         win32::Machine data = machine();

@@ -196,9 +196,6 @@ private Q_SLOTS:
         QVERIFY(port.read(buffer.data(), 2) == 2 && port.write(buffer.data(), 2) == 2);
         line->hangUp();
         QVERIFY(!port.applyTimeouts());
-        DWORD moved = 5;
-        OVERLAPPED overlapped = {};
-        QVERIFY(!WriteFile(nullptr, buffer.data(), 1, &moved, &overlapped) && moved == 0);
         port.close();
         QVERIFY(!port.read(buffer.data(), 1) && port.errorString() == L"The handle is invalid.\r\n");
     }
