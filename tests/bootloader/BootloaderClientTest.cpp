@@ -196,6 +196,20 @@ private Q_SLOTS:
         QVERIFY(link.client.writeBlock(2, {1, 2}));
     }
 
+    /// A version reply tells who was there when it was asked for.
+    void lateVersion()
+    {
+        Link link;
+        link.line->device = [](const Bytes& request) {
+            const Bytes version = ScriptedLine::dataReply(Bytes(6)).bytes;
+            return ScriptedLine::Reply{request[1] == 0x1E ? version : Bytes(), milliseconds(250)};
+        };
+        for (const std::uint32_t address : {0U, 2U, 2U}) {
+            QVERIFY(!link.client.writeBlock(address, {1, 2}));
+        }
+        QVERIFY2(link.line->requests.size() == 5 && link.line->requests[3][1] == 0x1E, "repeated without a question");
+    }
+
     /// Delays up to the limit of a probe and beyond it neither stall the client nor mislead it.
     void slowLinks()
     {

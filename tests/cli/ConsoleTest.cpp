@@ -47,6 +47,11 @@ private Q_SLOTS:
             "tavimora-cli verify: --port is given more than once\n");
         row("record that cannot be written", cli, {"station", "--port", "a", "--record", "/proc/a", "b"}, 1, "",
             "tavimora-cli station: the record \"/proc/a\": ");
+        row("control character in the log", cli, {"info", "--port", "\x1b"}, 1, "Can't open serial port '\\u{001b}'. ",
+            "tavimora-cli info: Can't open serial port '\\u{001b}'. ");
+        row("nobody reads the log", "sh",
+            {"-c", "{ while /bin/echo; do :; done; " TAVIMORA_CLI " info --port a; } | true"}, 0, "",
+            "tavimora-cli info: Can't open serial port 'a'. ");
         row("script/run --help", SCRIPT_RUN, {"--help"}, 0, "usage: script/run [--console]\n", "");
         row("wrong argument of script/run", SCRIPT_RUN, {"--consol"}, 2, "",
             "run: unknown arguments: --consol\nusage: ");
