@@ -184,8 +184,10 @@ private Q_SLOTS:
     {
         Link link;
         QVERIFY(!link.client.writeBlock(0, {1, 2}));
-        // The last one is the echo of the question.
-        for (const char* reply : {"", "90", "A0", "80 1E 00 00 00 00 7F E1"}) {
+        // The echo of the question, and a damaged reply that leaves what looks like the answer to the next question.
+        const char* const echo = "80 1E 00 00 00 00 7F E1";
+        const char* const damaged = "80 00 00 00 01 00 90 90 00 00 80 00 00 00 03 00 00 00 00 00 00 00 7C FF";
+        for (const char* reply : {"", "90", "A0", echo, damaged, ""}) {
             link.answer(bytes(reply));
             const std::size_t before = link.line->requests.size();
             QVERIFY2(!link.client.writeBlock(2, {1, 2}), "what came could be the answer to the first write");

@@ -50,6 +50,9 @@ Image imageWithHoles()
 const Image oneBlock{{0x3100, someBytes(512, 1)}};
 const Image someBlocks{{0x3100, someBytes(3000, 4)}, {0x8001, someBytes(701, 5)}};
 
+/// The console program for Windows, which then burns in the place of the one for this machine.
+const QString windowsProgram = qEnvironmentVariable("TAVIMORA_WINDOWS_CLI");
+
 /// A burn of tavimora-cli on a simulated device whose memory is all 0, and what comes of it.
 struct BurnCase {
     const char* name = "";
@@ -60,14 +63,16 @@ struct BurnCase {
     QStringList faults = {};
     QStringList deviceOptions = {};
     QStringList burnOptions = {};
-    /// The burn gets a SIGINT some time after a line of the log that begins so, and ends with status 130.
+    /// The burn gets a signal some time after a line of the log that begins so, and ends with status 130.
     QString stopAfter = {};
+    /// On Wine, any other would end Wine itself.
+    int signal = SIGINT;
     /// Of a burn that is not stopped; nothing where the faults decide whether it succeeds or fails.
     std::optional<int> exitStatus = 0;
     /// Lines of the log, in this order.
     QStringList log = {};
-    /// The reason of a failure on standard error.
-    QString error = {};
+    /// The reason of a failure on standard error begins so.
+    QString error = exitStatus == 0 && !stopAfter.isEmpty() ? "Stopped by a signal" : QString();
 };
 
 const QString success = "Verification successful";
@@ -123,16 +128,17 @@ const std::vector<BurnCase> burnCases = {
     {.name = "stray statuses", .image = someBlocks, .faults = {"stray:0.2"}, .exitStatus = {}},
     {.name = "hang-up in the wait", .faults = {"hangup@version.1"}, .stopAfter = "Waiting for device"},
     {.name = "hang-up in the delay", .faults = {"hangup@ping.40"}, .stopAfter = "Powerup delay..."},
-    {.name = "hang-up in erase", .faults = {"hangup@erase"}, .stopAfter = "Erasing..."},
+    {.name = "hang-up in erase",
+        .faults = {"hangup@erase"},
+        .stopAfter = "Erasing...",
+        .signal = windowsProgram.isEmpty() ? SIGTERM : SIGINT,
+        .error = "Stopped by a signal. The device may have been erased"},
     {.name = "hang-up in blank check", .faults = {"hangup@blank-check"}, .stopAfter = "Blank Checking..."},
     {.name = "hang-up in programming", .faults = {"hangup@write"}, .stopAfter = "Programming..."},
     {.name = "hang-up in verification", .faults = {"hangup@read"}, .stopAfter = "Verifying..."},
     {.name = "hang-up at the reset", .faults = {"hangup@reset"}, .log = {success, "Complete"}},
     {.name = "stopped in the delay", .stopAfter = "Powerup delay..."},
 };
-
-/// The console program for Windows, which then burns in the place of the one for this machine.
-const QString windowsProgram = qEnvironmentVariable("TAVIMORA_WINDOWS_CLI");
 
 /// On Wine a read may never end when bytes come in the moment in which its limit is over.
 bool isOutOfReach(const BurnCase& burnCase)
@@ -179,7 +185,7 @@ public:
         if (!stopSent && stopDue && clock.elapsed() >= *stopDue) {
             stopSent = clock.elapsed();
             if (burn.state() == QProcess::Running) { // otherwise its id is 0, which names this process group
-                ::kill(static_cast<pid_t>(burn.processId()), SIGINT); // which Wine makes a Ctrl-C
+                ::kill(static_cast<pid_t>(burn.processId()), burnCase.signal); // Wine makes a Ctrl-C of SIGINT
             }
         }
         if (clock.elapsed() > burnLimitMs) {
@@ -198,7 +204,7 @@ public:
             QString("exit %1, memory equal %2\n%3%4").arg(exitStatus).arg(equal).arg(log, error).toUtf8();
         QVERIFY2(clock.isValid() && burn.exitStatus() == QProcess::NormalExit, context);
         if (!burnCase.stopAfter.isEmpty()) {
-            QVERIFY2(exitStatus == 130 && error.startsWith("tavimora-cli burn: Stopped by a signal"), context);
+            QVERIFY2(exitStatus == 130 && error.startsWith("tavimora-cli burn: " + burnCase.error), context);
             QVERIFY2(stopSent && stopLasted < stopLimitMs, context);
         } else if (burnCase.exitStatus) {
             QVERIFY2(exitStatus == *burnCase.exitStatus, context);

@@ -178,6 +178,7 @@ private Q_SLOTS:
                 QVERIFY2(object["outcome"].toString() == table[i].outcome, text);
                 QVERIFY2(object["reason"].toString() == table[i].reason, text);
                 QVERIFY2(object["erases"].toInt() == table[i].erases, text);
+                QVERIFY2(!object.contains("deviceId") || object["previousFirmware"] == "2.2.3", text);
                 QVERIFY2(object["explanation"].toString().contains("no valid firmware") ==
                              (table[i].outcome == "failed" && table[i].erases > 0),
                     text);
@@ -191,12 +192,14 @@ private Q_SLOTS:
         Device one({"--fault", "late-start:600000"});
         Device other({"--erase-time", "60000"});
         QProcess program;
-        program.start(
-            TAVIMORA_CLI, {"burn", "--record", recordFile, "--port", one.port, "--port", other.port, firmware});
+        program.start("nohup",
+            {TAVIMORA_CLI, "burn", "--record", recordFile, "--port", one.port, "--port", other.port, firmware});
         QByteArray out;
         while (!out.contains("Erasing...") && program.waitForReadyRead(SimulatedDevice::limitMs)) {
             out += program.readAllStandardOutput();
         }
+        ::kill(static_cast<pid_t>(program.processId()), SIGHUP);
+        QVERIFY2(!program.waitForFinished(500), "the end of the terminal stops a burn under nohup");
         ::kill(static_cast<pid_t>(program.processId()), SIGINT);
         const Answer answer = answerOf(program);
         QCOMPARE(answer.status, 130);
@@ -204,6 +207,23 @@ private Q_SLOTS:
         for (const QJsonObject& object : records()) {
             QCOMPARE(object["outcome"].toString() + ' ' + object["reason"].toString(), "stopped stopped");
         }
+    }
+
+    /// The port must not get the descriptor of standard output, or it would get the log, too.
+    void closedOutput()
+    {
+        const QString reportFile = folder.filePath("report");
+        Device device({"--report", reportFile});
+        QProcess program;
+        program.start("sh", {"-c", "exec \"$@\" >&-", "sh", TAVIMORA_CLI, "burn", "--port", device.port, firmware});
+        QCOMPARE(answerOf(program).status, 0);
+        QCOMPARE(device.memory(), burnedMemory());
+        const QJsonObject report = QJsonDocument::fromJson(contentOf(reportFile)).object();
+        int requests = 0;
+        for (const QJsonValue& count : report["requestCounts"].toObject()) {
+            requests += count.toInt();
+        }
+        QCOMPARE(report["bytesReceived"].toInt(), 8 * requests + content.size());
     }
 
     /// Compares, burns only what differs, and asks without touching anything.
