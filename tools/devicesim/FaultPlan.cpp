@@ -17,7 +17,7 @@ namespace
 constexpr int hourMs = 3'600'000;
 
 struct FaultEntry {
-    const char* effect;
+    const char* effect = nullptr;
     /// What the value of a placed fault is, and the largest one; null for a fault without a value.
     const char* value = nullptr;
     int largest = 0;
