@@ -120,6 +120,7 @@ void Device::swapDevice()
     }
     std::swap(cells, *otherCells);
     traits.identity.deviceId ^= 1;
+    isOther = !isOther;
 }
 
 std::vector<std::uint8_t> Device::carryOut(const Request& request, std::string& faults)

@@ -65,8 +65,10 @@ public:
     /// Drops a request that was cut off.
     void abandonRequest();
 
-    /// Of the device that answers, as the id is.
-    const std::vector<std::uint8_t>& memory() const { return cells.bytes(); }
+    /// Of the device that was on the line first, whichever answers now.
+    const std::vector<std::uint8_t>& memory() const { return isOther ? otherCells->bytes() : cells.bytes(); }
+
+    /// The id of the device that answers.
     std::uint16_t id() const { return traits.identity.deviceId; }
 
     /// What was seen and done so far. The caller adds the resets, and the bytes on the line.
@@ -92,8 +94,9 @@ private:
 
     DeviceTraits traits;
     Memory cells;
-    /// What another device holds that has been on the line and may come back.
+    /// What the device holds that is off the line: the other one, or the first while `isOther`.
     std::optional<Memory> otherCells;
+    bool isOther = false;
     RequestParser parser;
     std::mt19937_64 generator;
     /// Of the request under way: bytes that still pass, and bytes that are lost behind them.
