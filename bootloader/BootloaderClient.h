@@ -83,11 +83,13 @@ public:
 
     /// Reports that the last reply may have belonged to an earlier request: drops what comes in until the line is
     /// silent for one read limit, and lets a repeat of the request, but nothing else, be sent without further checks.
-    /// Ends in bounded time on a line that is never silent, and at once after a cancel.
+    /// Ends in bounded time on a line that is never silent, and at once after a cancel. Without a request before it
+    /// does no more than that.
     void rejectReply();
 
     /// Announces that the next request could be satisfied by a second copy of the last reply, as when a block is read
-    /// that should hold the same bytes as the one before. The client then makes sure that no copy is in flight.
+    /// that should hold the same bytes as the one before. The client then makes sure that no copy is in flight. Has no effect
+    /// without a request before.
     void expectEqualReply();
 
     /// True when the device that answers turned out to have another identity than `expectedDevice`. Nothing is sent any

@@ -31,6 +31,7 @@ public:
     const std::vector<std::uint8_t>& memory() const { return device->memory(); }
 
     /// Asks for a stop, on the worker thread, and waits until it has come.
+    /// @param whileOpen the port is open, and is cancelled too.
     void stop(bool whileOpen = true);
 
     devicesim::DeviceTraits traits;

@@ -169,7 +169,7 @@ QString FaultPlan::help()
                             "  %1.\n")
                         .arg(listOf(requestNames));
     const auto addLine = [&lines](const QString& form, const char* effect) {
-        lines += QString("  %1 %2\n").arg(form, -29).arg(effect);
+        lines += QString("  %1 %2\n").arg(form, -32).arg(effect);
     };
     for (std::size_t index = 0; index < faultNames.size(); ++index) {
         addLine(formOf(index), faultTable[index].effect);

@@ -2,9 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
-#include <string_view>
 
 /// The bootloader's wire format as the device sees it. A word is 16 bits and travels low byte first.
 ///
@@ -58,18 +56,6 @@ constexpr const char* commandName(std::uint8_t code)
         return "version";
     }
     return nullptr;
-}
-
-/// The command of a name that `commandName` gives.
-constexpr std::optional<Command> commandNamed(std::string_view name)
-{
-    for (const Command command : {Command::WriteBlock, Command::ReadBlock, Command::Erase, Command::Reset,
-             Command::BlankCheck, Command::GetVersion}) {
-        if (name == commandName(static_cast<std::uint8_t>(command))) {
-            return command;
-        }
-    }
-    return std::nullopt;
 }
 
 constexpr std::uint16_t wordAt(std::span<const std::uint8_t> bytes, std::size_t offset)
