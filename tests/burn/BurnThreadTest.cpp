@@ -183,15 +183,10 @@ const std::vector<Burn> burns = {
         up + erased + check + at({a, a, a, b, b, c, d}) + blank + program + all + programmed + verify + all + good,
         "vpeeevbbbvbbvbbwwwwrprrrx", Succeeded,
         "ignore@erase.1 refuse@erase.2 ignore@blank-check.1 refuse@blank-check.2 ignore@blank-check.4"},
-    {"late answer to a ping", written + all + good, "vpveevbbbbwwwwrprrrx", Succeeded, "late:80@ping ignore@erase.1"},
     {"late answer to an erase",
         up + erased + check + at({a}) + dirty(a) + erase + erased + check + all + blank + program + all + programmed +
             verify + all + good,
         "vpeevbebbbbwwwwrprrrx", Succeeded, "late:350@erase.1 not-blank@blank-check.1"},
-    {"late answer to a blank check",
-        up + erased + check + at({a, a, b}) + dirty(b) + erase + erased + check + all + blank + program + all +
-            programmed + verify + all + good,
-        "vpebbvbebbbbwwwwrprrrx", Succeeded, "late:130@blank-check.1 not-blank@blank-check.3"},
     {"write repeated",
         checked + at({a}) + unwritten(a) + at({a}) + unwritten(a) + all + programmed + verify + all + good,
         "vpebbbbwwwvwwwrprrrx", Succeeded, "ignore@write.1 refuse@write.2"},
@@ -209,7 +204,6 @@ const std::vector<Burn> burns = {
     {"reply for another block's",
         written + at({a}) + unread(a) + at({a, b}) + differs(b) + at({b, c, d}) + badBlocks(1) + end,
         "vpebbbbwwwwrrvrrvrr", Failed, "late:520@read.1 bad-bit@read.3 bad-bit@read.4"},
-    {"reply sent twice", written + all + good, "vpebbbbwwwwrprrrx", Succeeded, "twice@read.1"},
     {"reply sent twice, and the next block bad", written + at({a, b}) + differs(b) + at({b, c, d}) + badBlocks(1) + end,
         "vpebbbbwwwwrprrvrr", Failed, "twice@read.1 bad-bit@read.2 bad-bit@read.3"},
     {"second look is good", written + at({a}) + differs(a) + at({a, b}) + differs(b) + at({b, c, d}) + good,
@@ -226,7 +220,6 @@ const std::vector<Burn> burns = {
         checked + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) +
             at({a}) + unwritten(a) + foreign + end,
         "vpebbbbwwvvv", Failed, "swap:1000@write.1"},
-    {"slow erase", written + all + good, "vpeevvvvbbbbwwwwrprrrx", Succeeded, "late:1500@erase.1"},
     {.name = "stop before the port opens",
         .events = upload + wait + cancelled,
         .requests = "",

@@ -1,5 +1,5 @@
-#include <QFile>
-#include <QProcess>
+#include "tests/support/Program.h"
+
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -8,14 +8,6 @@
 class ConsoleTest : public QObject
 {
     Q_OBJECT
-
-    QProcess program;
-
-    bool run(const QString& path, const QStringList& arguments)
-    {
-        program.start(path, arguments);
-        return program.waitForFinished();
-    }
 
 private Q_SLOTS:
     void answers_data()
@@ -63,12 +55,10 @@ private Q_SLOTS:
         QFETCH(QStringList, arguments);
         QFETCH(QString, output);
         QFETCH(QString, error);
-        QVERIFY(run(path, arguments));
-        const QByteArray written = program.readAllStandardOutput();
-        const QByteArray complaint = program.readAllStandardError();
-        QVERIFY2(written.startsWith(output.toUtf8()) && written.isEmpty() == output.isEmpty(), written);
-        QVERIFY2(complaint.startsWith(error.toUtf8()) && complaint.isEmpty() == error.isEmpty(), complaint);
-        QTEST(program.exitCode(), "exitStatus");
+        const Answer answer = run(path, arguments);
+        QVERIFY2(answer.out.startsWith(output.toUtf8()) && answer.out.isEmpty() == output.isEmpty(), answer.out);
+        QVERIFY2(answer.error.startsWith(error.toUtf8()) && answer.error.isEmpty() == error.isEmpty(), answer.error);
+        QTEST(answer.status, "exitStatus");
     }
 
     void ports()
@@ -77,9 +67,8 @@ private Q_SLOTS:
             QSKIP("umockdev is not installed");
         }
         const QTemporaryDir folder;
-        QFile machine(folder.filePath("machine"));
-        QVERIFY(machine.open(QIODevice::WriteOnly));
-        machine.write(R"(P: /devices/usb1/1-1
+        const QString machine = folder.filePath("machine");
+        QVERIFY(write(machine, R"(P: /devices/usb1/1-1
 E: SUBSYSTEM=usb
 E: DEVTYPE=usb_device
 A: idVendor=0403
@@ -98,18 +87,15 @@ N: ttyS0
 E: SUBSYSTEM=tty
 E: DEVNAME=/dev/ttyS0
 A: type=4
-)");
-        machine.close();
+)"));
         qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
         qputenv("ASAN_OPTIONS", "verify_asan_link_order=0"); // umockdev-run preloads a library
         const auto onMachine = [&machine](const char* arguments) {
-            return QString("umockdev-run -d '%1' -- '%2' %3").arg(machine.fileName(), TAVIMORA_CLI, arguments);
+            return QString("umockdev-run -d '%1' -- '%2' %3").arg(machine, TAVIMORA_CLI, arguments);
         };
-        QVERIFY(run("sh", {"-c", onMachine("ports")}) && program.exitCode() == 0);
-        QCOMPARE(program.readAllStandardOutput(), "/dev/ttyS0\tSerial port\t\t\t\n"
-                                                  "/dev/ttyUSB10\tFT232R\\u{0009}USB\tFTDI\tA50285BI\t0403:6001\n");
-        QVERIFY(run("sh", {"-c", onMachine("ports --json")}) && program.exitCode() == 0);
-        QCOMPARE(program.readAllStandardOutput(),
+        QCOMPARE(run("sh", {"-c", onMachine("ports")}).out,
+            "/dev/ttyS0\tSerial port\t\t\t\n/dev/ttyUSB10\tFT232R\\u{0009}USB\tFTDI\tA50285BI\t0403:6001\n");
+        QCOMPARE(run("sh", {"-c", onMachine("ports --json")}).out,
             R"({"description":"Serial port","manufacturer":"","port":"/dev/ttyS0","productId":0,"serialNumber":"",)"
             R"("vendorId":0})"
             "\n"
@@ -117,14 +103,13 @@ A: type=4
             R"("serialNumber":"A50285BI","vendorId":1027})"
             "\n");
         // script(1) puts a terminal behind the command.
-        QVERIFY(run("script", {"-qec", onMachine("ports"), "/dev/null"}) && program.exitCode() == 0);
-        QCOMPARE(program.readAllStandardOutput(),
+        QCOMPARE(run("script", {"-qec", onMachine("ports"), "/dev/null"}).out,
             "Port           Description        Manufacturer  Serial number  Ids\r\n"
             "/dev/ttyS0     Serial port\r\n"
             "/dev/ttyUSB10  FT232R\\u{0009}USB  FTDI          A50285BI       0403:6001\r\n");
-        QVERIFY(run("sh", {"-c", onMachine("info --port usb:0403:6001:A50285BI")}) && program.exitCode() == 1);
-        const QByteArray complaint = program.readAllStandardError();
-        QVERIFY2(complaint.startsWith("tavimora-cli info: Can't open serial port '/dev/ttyUSB10'. "), complaint);
+        const Answer opened = run("sh", {"-c", onMachine("info --port usb:0403:6001:A50285BI")});
+        QVERIFY2(opened.error.startsWith("tavimora-cli info: Can't open serial port '/dev/ttyUSB10'. "), opened.error);
+        QCOMPARE(opened.status, 1);
     }
 };
 

@@ -1,11 +1,9 @@
 #include "tests/support/IntelHex.h"
+#include "tests/support/Program.h"
 #include "tools/fwpack/Package.h"
 
-#include <QFile>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QTemporaryDir>
-#include <QTemporaryFile>
 #include <QTest>
 
 #include <utility>
@@ -40,6 +38,9 @@ class ShowCommandTest : public QObject
 {
     Q_OBJECT
 
+    const QTemporaryDir folder;
+    const QString file = folder.filePath("file");
+
 private Q_SLOTS:
     void shows_data()
     {
@@ -51,7 +52,7 @@ private Q_SLOTS:
                              const QStringList& errors) {
             QTest::newRow(name) << content << exitStatus << output << errors;
         };
-        const auto file = [](const QByteArray& hex, int baudrate = 57600) {
+        const auto packed = [](const QByteArray& hex, int baudrate = 57600) {
             return fwpack::makePackage({0, "", "", baudrate}, hex);
         };
         row("two ranges", sparseFile(), 0,
@@ -60,23 +61,24 @@ private Q_SLOTS:
                 "range:    0x0100 to 0x0101, 2 bytes in 1 block: 2",
                 "range:    0x02FE to 0x02FF, 2 bytes in 1 block: 2", "total:    4 bytes in 2 blocks, 2 ranges"},
             {});
-        row("up to the last address", file(hexText(Runs{{0xFDFC, "start"}, {0xFE05, QByteArray(507, 'd')}}), 9600), 0,
+        row("up to the last address", packed(hexText(Runs{{0xFDFC, "start"}, {0xFE05, QByteArray(507, 'd')}}), 9600), 0,
             {"range:    0xFDFC to 0xFFFF, 516 bytes in 2 blocks: 6, 510",
                 "time:     about 1.1 s on the line, to write and to read back"},
             {});
-        row("equal blocks", file(hexText(Runs{{0, QByteArray(1030, 'd')}})), 0,
+        row("equal blocks", packed(hexText(Runs{{0, QByteArray(1030, 'd')}})), 0,
             {"range:    0x0000 to 0x0405, 1030 bytes in 3 blocks: 2 x 512, 6"}, {});
-        row("out of reach", file(hexText(Runs{{0xFFFE, "dddd"}})), 1, {},
+        row("out of reach", packed(hexText(Runs{{0xFFFE, "dddd"}})), 1, {},
             {"a burn refuses the file: data at 0x10000 lies above 0xFFFF"});
-        row("no speed", file(data + end, 0), 1, {"baudrate: 0"}, {"a burn refuses the file: no line has a speed of 0"});
-        row("no data", file(end), 0, {"total:    0 bytes in 0 blocks, 0 ranges"},
+        row("no speed", packed(data + end, 0), 1, {"baudrate: 0"},
+            {"a burn refuses the file: no line has a speed of 0"});
+        row("no data", packed(end), 0, {"total:    0 bytes in 0 blocks, 0 ranges"},
             {"warning: holds no data: a burn would erase the device and write nothing"});
-        row("unknown record type", file(":00000005FB\n" + data + end), 0, {},
+        row("unknown record type", packed(":00000005FB\n" + data + end), 0, {},
             {"warning: Intel HEX: line:0001 unsupported type: 0x05"});
         row("cut at the end of a record", cutFile(data.repeated(4)), 0, {},
             {"warning: Intel HEX: no end-of-file record: the file may be cut short",
                 "warning: padding: no marker 0x80 at the end: cut short, damaged, or of another key"});
-        row("bad record", file(":0001"), 1, {},
+        row("bad record", packed(":0001"), 1, {},
             {"does not load: Wrong firmware file", "Intel HEX: line:0001 too short"});
         row("another key", R"({"header": {}, "image": "AAAAAAAAAAAAAAAAAAAAAA=="})", 1, {},
             {"does not load: Wrong firmware file", "Intel HEX: line:0001 is not intel-hex",
@@ -99,37 +101,28 @@ private Q_SLOTS:
         QFETCH(QByteArray, content);
         QFETCH(QStringList, output);
         QFETCH(QStringList, errors);
-        const QTemporaryDir folder;
-        QFile file(folder.filePath("file"));
-        QVERIFY(file.open(QFile::WriteOnly) && file.write(content) == content.size() && file.flush());
-        QProcess program;
-        program.setWorkingDirectory(folder.path());
-        program.start(TAVIMORA_CLI, {"show", "file"});
-        QVERIFY(program.waitForFinished());
-        const QString shown = program.readAllStandardOutput();
+        QVERIFY(write(file, content));
+        const Answer answer = run(TAVIMORA_CLI, {"show", file});
+        const QString shown = answer.out;
         for (const QString& line : output) {
             QVERIFY2(('\n' + shown).contains('\n' + line + '\n'), qPrintable(shown));
         }
         QVERIFY2(!shown.contains("ABCD", Qt::CaseInsensitive) && !shown.contains('\x1B'), "shows the image");
-        const QString complaints = QString(program.readAllStandardError()).remove("tavimora-cli show: file: ");
-        QCOMPARE(complaints, errors.join('\n') + (errors.isEmpty() ? "" : "\n"));
-        QTEST(program.exitCode(), "exitStatus");
+        QCOMPARE(QString(answer.error).remove("tavimora-cli show: " + file + ": "),
+            errors.join('\n') + (errors.isEmpty() ? "" : "\n"));
+        QTEST(answer.status, "exitStatus");
     }
 
     void writesJson()
     {
-        QTemporaryFile file;
-        QVERIFY(file.open() && file.write(sparseFile()) > 0 && file.flush());
-        QProcess program;
-        program.start(TAVIMORA_CLI, {"show", "--json", file.fileName()});
-        QVERIFY(program.waitForFinished() && program.exitCode() == 0);
+        QVERIFY(write(file, sparseFile()));
         const QByteArray expected = R"({"file": "%1", "device": 768, "version": "", "target": "", "baudrate": 57600,
             "link": 1, "notes": {"device": "given as 66304, of which the low 16 bits count", "baudrate": "not given"},
             "ranges": [{"first": 256, "last": 257, "blocks": [2]}, {"first": 766, "last": 767, "blocks": [2]}],
             "bytes": 4, "blocks": 2, "seconds": 0.001388888888888889, "warnings": [], "errors": []})";
         const auto parsed = [](const QByteArray& text) { return QJsonDocument::fromJson(text).toJson(); };
-        QCOMPARE(parsed(program.readAllStandardOutput()),
-            parsed(QByteArray(expected).replace("%1", file.fileName().toUtf8())));
+        QCOMPARE(parsed(run(TAVIMORA_CLI, {"show", "--json", file}).out),
+            parsed(QByteArray(expected).replace("%1", file.toUtf8())));
     }
 };
 

@@ -40,27 +40,9 @@ struct Device : SimulatedDevice {
     explicit Device(const QStringList& options = {}) { start(options); }
 };
 
-/// What tavimora-cli did.
-struct Answer {
-    int status = -1;
-    QByteArray out;
-    QByteArray error;
-};
-
-Answer answerOf(QProcess& program)
-{
-    program.waitForFinished(SimulatedDevice::limitMs);
-    return {program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -1, program.readAllStandardOutput(),
-        program.readAllStandardError()};
-}
-
 Answer run(const QStringList& arguments, const QByteArray& input = {})
 {
-    QProcess program;
-    program.start(TAVIMORA_CLI, arguments);
-    program.write(input);
-    program.closeWriteChannel();
-    return answerOf(program);
+    return run(TAVIMORA_CLI, arguments, input);
 }
 
 QSet<QString> keys(const QJsonObject& object)
@@ -195,7 +177,7 @@ private Q_SLOTS:
         program.start("nohup",
             {TAVIMORA_CLI, "burn", "--record", recordFile, "--port", one.port, "--port", other.port, firmware});
         QByteArray out;
-        while (!out.contains("Erasing...") && program.waitForReadyRead(SimulatedDevice::limitMs)) {
+        while (!out.contains("Erasing...") && program.waitForReadyRead(programLimitMs)) {
             out += program.readAllStandardOutput();
         }
         ::kill(static_cast<pid_t>(program.processId()), SIGHUP);

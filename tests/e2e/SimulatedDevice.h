@@ -1,27 +1,11 @@
 #pragma once
 
-#include <QFile>
-#include <QProcess>
-#include <QStringList>
+#include "tests/support/Program.h"
+
 #include <QTemporaryDir>
-
-/// @return the content of a file; empty when it cannot be read.
-inline QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-inline bool write(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-}
 
 /// devicesim as a process of its own, with a memory of zeros and a folder for its files.
 struct SimulatedDevice {
-    static constexpr int limitMs = 60000;
-
     ~SimulatedDevice() { end(); }
 
     /// @return whether the device is on its port.
@@ -30,14 +14,14 @@ struct SimulatedDevice {
         process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         const bool prepared = write(memoryFile, untouched);
         process.start(DEVICESIM, QStringList{"--link", port, "--memory", memoryFile} + options);
-        return prepared && process.waitForReadyRead(limitMs);
+        return prepared && process.waitForReadyRead(programLimitMs);
     }
 
     /// Ends the device, which writes its memory.
     void end()
     {
         process.terminate();
-        process.waitForFinished(limitMs);
+        process.waitForFinished(programLimitMs);
     }
 
     QByteArray memory()

@@ -22,11 +22,8 @@ class WineTest : public QObject
     /// @return what a program for Windows prints, and its exit status
     static QString run(const QStringList& arguments)
     {
-        QProcess process;
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.start("wine", arguments);
-        const bool ended = process.waitForFinished(SimulatedDevice::limitMs);
-        return text(process.readAll()) + (ended ? QString::number(process.exitCode()) : "no end");
+        const Answer answer = ::run("wine", arguments);
+        return text(answer.out + answer.error) + QString::number(answer.status);
     }
 
 private Q_SLOTS:
@@ -78,9 +75,9 @@ private Q_SLOTS:
             burn.waitForReadyRead(10);
             return (log += text(burn.readAll())).contains("\nErasing");
         };
-        QTRY_VERIFY_WITH_TIMEOUT(isErasing(), SimulatedDevice::limitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(isErasing(), programLimitMs);
         run({"wineboot", "--end-session"});
-        QVERIFY(burn.waitForFinished(SimulatedDevice::limitMs));
+        QVERIFY(burn.waitForFinished(programLimitMs));
         log += text(burn.readAll());
         QVERIFY2(burn.exitCode() == 130 && log.contains("\nOperation cancelled by user\n"), qPrintable(log));
     }

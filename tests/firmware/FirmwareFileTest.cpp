@@ -1,8 +1,8 @@
 #include "firmware/FirmwareFile.h"
 
 #include "tests/firmware/Samples.h"
+#include "tests/support/Program.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 
 #ifdef Q_OS_LINUX
@@ -106,11 +106,10 @@ private:
         return wrapped(encrypted("AES-128-ECB", "v9!Tq#Lz4$Ym7^Bx", {}, plain), header);
     }
 
-    QString write(const QByteArray& content)
+    QString write(const QByteArray& content) const
     {
-        QFile file(folder.filePath("firmware.txt"));
-        const bool written = file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-        return written ? file.fileName() : "not written";
+        const QString path = folder.filePath("firmware.txt");
+        return ::write(path, content) ? path : "not written";
     }
 
     QTemporaryDir folder;

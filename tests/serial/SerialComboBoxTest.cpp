@@ -1,7 +1,6 @@
 #include "serial/SerialComboBox.h"
 
 #include <QComboBox>
-#include <QFile>
 #include <QTest>
 #include <QToolButton>
 
@@ -36,19 +35,6 @@ private Q_SLOTS:
             QCOMPARE(selector.currentPort(), QString("/dev/ttyACM0"));
             list->setCurrentIndex(2);
             QCOMPARE(selector.currentPort(), QString("COM4"));
-        }
-    }
-
-    void images()
-    {
-        // Width, height, bit depth and colour type as the IHDR chunk has them (PNG, ISO/IEC 15948, 11.2.2).
-        for (const auto& [name, type] :
-            {std::pair("refresh", 3), {"dev_usb", 4}, {"dev_bluetooth", 3}, {"dev_card", 3}}) {
-            QFile file(QString(":icons/%1.png").arg(name));
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            const QByteArray header = file.read(26);
-            QCOMPARE(header.mid(16, 8).toHex(), QByteArray("0000001000000010"));
-            QCOMPARE(int(header[25]), type);
         }
     }
 };

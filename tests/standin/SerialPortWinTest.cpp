@@ -7,11 +7,7 @@
 
 #include <bit>
 #include <cstring>
-#include <ctime>
 #include <thread>
-
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace
 {
@@ -21,20 +17,7 @@ std::wstring errorText(DWORD code)
     return L"Error " + std::to_wstring(code) + L": <unknown error>";
 }
 
-/// Seconds by which the wall clock is wrong when it is read next; after that it is right again.
-long clockError = 0;
-
 } // namespace
-
-// Replaces that of the C library in this executable.
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
-{
-    const auto result = ::syscall(SYS_clock_gettime, clock, time);
-    if (clock == CLOCK_REALTIME) {
-        time->tv_sec += std::exchange(clockError, 0);
-    }
-    return static_cast<int>(result);
-}
 
 /// What the suite for every port can't know: the line settings bit by bit, the error codes, what drivers may do.
 class SerialPortWinTest : public QObject
@@ -109,16 +92,12 @@ private Q_SLOTS:
 
     void portName()
     {
-        // What the user picks, and the port that it opens: case does not count.
-        const std::pair<const char*, const char*> rows[] = {
-            {"a", "A"}, {R"(\\.\COM7)", "COM7"}, {R"(x\\.\y)", R"(x\\.\y)"}, {"\xE9", "\xE9"}};
-        for (const auto& [picked, name] : rows) {
-            SerialPortWin port({picked});
-            QVERIFY(!port.open());
-            QCOMPARE(port.errorString(), L"The system cannot find the file specified.\r\n");
-            win32::connectPort(name, line->portName());
-            QVERIFY(port.open());
-        }
+        SerialPortWin port({"a"});
+        QVERIFY(!port.open());
+        QCOMPARE(port.errorString(), L"The system cannot find the file specified.\r\n");
+        // Case does not count.
+        win32::connectPort("A", line->portName());
+        QVERIFY(port.open());
     }
 
     /// A driver need not make a transfer wait.
@@ -133,7 +112,6 @@ private Q_SLOTS:
         QCOMPARE(line->receive(8, 1000), "12345678");
 
         setCompletion(win32::Completion::Nothing);
-        clockError = -3600;
         QElapsedTimer time;
         time.start();
         QCOMPARE(port.read(buffer.data(), 5) + port.write(buffer.data(), 5), 0U);

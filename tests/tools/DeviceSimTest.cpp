@@ -75,9 +75,6 @@ struct Conversation {
 };
 
 const Conversation conversations[] = {
-    {"commands", {},
-        {{version, identity}, {ping, ok}, {writeWords, ok}, {readWords, words}, {blankWords, notBlank}, {erase},
-            {nothing, ok}, {blankWords, ok}, {reset, ok}}},
     {"limits", {},
         {{wrongErase, refused}, {writePastEnd, refused}, {blankPastEnd, refused}, {blankAtEnd, ok},
             {readTooMuch, refused}, {readMost, most}}},

@@ -1,6 +1,6 @@
 #include "firmware/FirmwareFile.h"
+#include "tests/support/Program.h"
 
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -9,25 +9,15 @@ class FwpackTest : public QObject
     Q_OBJECT
 
     const QTemporaryDir folder;
-    QProcess program;
-
-    bool run(const QString& path, const QStringList& arguments, const QByteArray& input = {})
-    {
-        program.setWorkingDirectory(folder.path());
-        program.start(path, arguments);
-        program.write(input);
-        program.closeWriteChannel();
-        return program.waitForFinished() && program.exitStatus() == QProcess::NormalExit;
-    }
+    const QString in = folder.filePath("in"), out = folder.filePath("out");
 
     /// Packs `input` in the place of a file that holds "old".
-    bool pack(const QByteArray& input, const QString& device)
+    Answer pack(const QByteArray& input, const QString& device) const
     {
-        QFile in(folder.filePath("in")), out(folder.filePath("out"));
-        return in.open(QFile::WriteOnly) && in.write(input) == input.size() && in.flush() &&
-               out.open(QFile::WriteOnly) && out.write("old") == 3 && out.flush() &&
-               run(FWPACK, {"pack", "in", "out", "--device", device, "--version", "1.2", "--target", "\"Ä", "--link",
-                               "-1", "--baudrate", "9600"});
+        return !write(in, input) || !write(out, "old")
+                   ? Answer()
+                   : run(FWPACK, {"pack", in, out, "--device", device, "--version", "1.2", "--target", "\"Ä", "--link",
+                                     "-1", "--baudrate", "9600"});
     }
 
 private Q_SLOTS:
@@ -77,50 +67,51 @@ private Q_SLOTS:
         QFETCH(QByteArray, input);
         QFETCH(QStringList, errors);
         QFETCH(QByteArray, packed);
-        QVERIFY(pack(input, "0x1F2"));
-        const QByteArray text = program.readAllStandardError();
-        const QStringList lines = QString(text).split('\n', Qt::SkipEmptyParts);
-        QVERIFY2(program.exitCode() == (packed.isEmpty() ? 1 : 0) && lines.size() == errors.size(), text);
+        const Answer answer = pack(input, "0x1F2");
+        const QString text = QString(answer.error).remove(folder.path() + '/');
+        const QStringList lines = text.split('\n', Qt::SkipEmptyParts);
+        QVERIFY2(answer.status == (packed.isEmpty() ? 1 : 0) && lines.size() == errors.size(), qPrintable(text));
         for (qsizetype i = 0; i < lines.size(); ++i) {
-            QVERIFY2(lines[i].startsWith("fwpack: " + errors[i]), text);
+            QVERIFY2(lines[i].startsWith("fwpack: " + errors[i]), qPrintable(text));
         }
-        QFile output(folder.filePath("out"));
-        QVERIFY(output.open(QFile::ReadOnly));
-        const QByteArray content = output.readAll();
+        const QByteArray content = contentOf(out);
         if (packed.isEmpty()) {
             QCOMPARE(content, "old");
             return;
         }
-        QCOMPARE(program.readAllStandardOutput(), "out: \"\\\"Ä\" 1.2 for device 0x01F2, 4 bytes in 1 block\n");
+        QCOMPARE(answer.out, out.toUtf8() + ": \"\\\"Ä\" 1.2 for device 0x01F2, 4 bytes in 1 block\n");
         FirmwareFile file;
-        QVERIFY(file.load(output.fileName()) && file.version == "1.2" && file.target == "\"Ä");
+        QVERIFY(file.load(out) && file.version == "1.2" && file.target == "\"Ä");
         QVERIFY(file.device == 0x1F2 && file.baudrate == 9600 && file.link == -1 && file.scanner.next(512));
         QTEST(file.scanner.address, "address");
         QCOMPARE(file.scanner.data, "\1\2\3\4");
-        QVERIFY(run("openssl",
-            {"enc", "-d", "-aes-128-ecb", "-nopad", "-a", "-A", "-K", "7639215471234c7a3424596d375e4278"},
-            content.split('"').rbegin()[1]));
         packed += '\x80';
-        QCOMPARE(program.readAllStandardOutput(), packed.leftJustified((packed.size() + 15) / 16 * 16, '\0'));
+        QCOMPARE(run("openssl",
+                     {"enc", "-d", "-aes-128-ecb", "-nopad", "-a", "-A", "-K", "7639215471234c7a3424596d375e4278"},
+                     content.split('"').rbegin()[1])
+                     .out,
+            packed.leftJustified((packed.size() + 15) / 16 * 16, '\0'));
     }
 
     void countsWarnings()
     {
-        QVERIFY(pack(QByteArray(":00000005FB\n").repeated(1000) + ":0400000001020304F2\n:00000001FF\n", "1"));
-        const QByteArray text = program.readAllStandardError();
-        QVERIFY2(text.count('\n') == 21 && text.endsWith("warning: 980 further warnings\n"), text);
+        const Answer answer =
+            pack(QByteArray(":00000005FB\n").repeated(1000) + ":0400000001020304F2\n:00000001FF\n", "1");
+        QVERIFY2(
+            answer.error.count('\n') == 21 && answer.error.endsWith("warning: 980 further warnings\n"), answer.error);
     }
 
     void answersWithoutPacking()
     {
         for (const QString arguments : {"help", "--help", "--version", "pack --help"}) {
-            QVERIFY(run(FWPACK, arguments.split(' ')) && program.exitCode() == 0);
-            QVERIFY(program.readAllStandardOutput().contains("fwpack") && program.readAllStandardError().isEmpty());
+            const Answer answer = run(FWPACK, arguments.split(' '));
+            QVERIFY(answer.status == 0 && answer.out.contains("fwpack") && answer.error.isEmpty());
         }
-        QVERIFY(pack("", "0x10000") && program.exitCode() == 2);
-        const QByteArray text = program.readAllStandardError();
+        const Answer refusal = pack("", "0x10000");
         QVERIFY2(
-            text.startsWith("fwpack pack: --device wants a number from 0 to 65535, not \"0x10000\"\nusage: "), text);
+            refusal.error.startsWith("fwpack pack: --device wants a number from 0 to 65535, not \"0x10000\"\nusage: "),
+            refusal.error);
+        QCOMPARE(refusal.status, 2);
     }
 };
 
