@@ -88,8 +88,8 @@ public:
     void rejectReply();
 
     /// Announces that the next request could be satisfied by a second copy of the last reply, as when a block is read
-    /// that should hold the same bytes as the one before. The client then makes sure that no copy is in flight. Has no effect
-    /// without a request before.
+    /// that should hold the same bytes as the one before. The client then makes sure that no copy is in flight. Has no
+    /// effect without a request before.
     void expectEqualReply();
 
     /// True when the device that answers turned out to have another identity than `expectedDevice`. Nothing is sent any

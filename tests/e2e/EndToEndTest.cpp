@@ -27,11 +27,8 @@ using Image = std::map<quint32, QByteArray>;
 
 QByteArray someBytes(int count, quint32 seed)
 {
-    QRandomGenerator generator(seed);
     QByteArray bytes(count, '\0');
-    for (char& byte : bytes) {
-        byte = static_cast<char>(generator.generate());
-    }
+    QRandomGenerator(seed).generate(bytes.begin(), bytes.end());
     return bytes;
 }
 

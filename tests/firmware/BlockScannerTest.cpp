@@ -14,20 +14,13 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("content");
         QTest::addColumn<QString>("blocks");
-        row("gap of three stays", "100:6d 109:7d", "100+16");
         row("gap of four at an even address", "100:6d 10A:6d", "100+6 10A+6");
         row("gap of four at an odd address", "100:5d 109:7d", "100+6 106+10");
-        row("gap of five at an even address", "100:6d 10B:5d", "100+6 10A+6");
-        row("gap of five at an odd address", "100:5d 10A:6d", "100+6 10A+6");
         row("gap across lines", "100:14d 112:14d", "100+14 110+16");
-        row("three leading unused bytes", "113:3d", "110+6");
         row("four leading unused bytes", "114:3d", "114+4");
         row("odd start", "115:3d", "114+4");
-        row("one byte at an even address", "100:1d", "100+2");
         row("one byte at an odd address", "101:1d", "100+2");
         row("odd end of the image", "120:11d", "120+12");
-        row("even end of the image", "120:12d", "120+12");
-        row("line of unused bytes", "100:16f 200:2d", "200+2");
         row("gap behind a full block", "0:510d 200:6d", "0+512 200+6");
         row("limit regardless of content", "0:1100d", "0+512 200+512 400+76");
         row("unused bytes behind the last burn address", "FDFC:5d FE05:507d", "FDFC+6 FE02+510");

@@ -3,8 +3,6 @@
 #include "tests/firmware/Samples.h"
 
 #include <QBuffer>
-#include <QProcess>
-#include <QTemporaryDir>
 
 class IntelHexReaderTest : public QObject
 {
@@ -64,33 +62,6 @@ private Q_SLOTS:
             blocks << QString("%1:%2").arg(scanner.address, 0, 16).arg(QString(scanner.data.toHex()));
         }
         QTEST(blocks.join(' ').toUpper(), "blocks");
-    }
-
-    void readsAsObjcopyDoes()
-    {
-        const QTemporaryDir folder;
-        QFile input(folder.filePath("input.hex")), output(folder.filePath("output.bin"));
-        for (quint32 seed = 0; seed < 12; ++seed) {
-            QRandomGenerator random(seed);
-            const std::uint32_t first = 16 * random.bounded(0x2000U);
-            QByteArrayList records;
-            for (std::uint32_t address = first, length = 0; address < 0x80000; address += length) {
-                length = std::min(1 + random.bounded(255U), 0x80000 - address);
-                const QByteArray upper = QByteArray(1, '\0') + char(address >> 16);
-                records << hexRecord(4, 0, upper) + hexRecord(0, address & 0xFFFF, randomBytes(random, length));
-            }
-            std::shuffle(records.begin(), records.end(), random);
-            QVERIFY(input.open(QIODevice::ReadWrite | QIODevice::Truncate));
-            QVERIFY(input.write(records.join() + ":00000001FF\r\n") > 0 && input.seek(0));
-            const QStringList files{input.fileName(), output.fileName()};
-            QCOMPARE(QProcess::execute("objcopy", QStringList{"-I", "ihex", "-O", "binary"} + files), 0);
-            QVERIFY(output.open(QIODevice::ReadOnly));
-            const QByteArray bytes = output.readAll();
-            MemoryImage expected, image;
-            expected.insert(first, reinterpret_cast<const std::uint8_t*>(bytes.data()), std::size_t(bytes.size()));
-            QVERIFY(image.readIntelHex(input) && image.lines() == expected.lines());
-            input.close(), output.close();
-        }
     }
 };
 

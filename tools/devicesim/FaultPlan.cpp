@@ -164,7 +164,7 @@ QString FaultPlan::add(const QString& text)
 QString FaultPlan::help()
 {
     QString lines = QString("Faults. NAME[:PROBABILITY] hits each request by chance, 0 to 1 (default 0.1).\n"
-                            "NAME@REQUEST.N hits the Nth request of a kind, NAME@REQUEST each of that kind, and\n"
+                            "NAME@REQUEST.N hits the Nth request of a kind, NAME@REQUEST each of them, and\n"
                             "then the name may have a value. REQUEST is one of:\n"
                             "  %1.\n")
                         .arg(listOf(requestNames));
@@ -175,8 +175,8 @@ QString FaultPlan::help()
         addLine(formOf(index), faultTable[index].effect);
     }
     lines += "And these, by themselves:\n";
-    addLine(stuckBitForm, "a bit never clears (=1) or never sets (=0), each time another");
-    addLine(lateStartForm, "the device hears nothing for so long at first (default 2000)");
+    addLine(stuckBitForm, "a bit always reads as 1, or 0; adds to others");
+    addLine(lateStartForm, "the device hears nothing at first (default 2000)");
     return lines;
 }
 
