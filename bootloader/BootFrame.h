@@ -64,11 +64,12 @@ constexpr bool wantsData(std::span<const std::uint16_t> frame)
     return isAnswer(commandOf(frame.front()), BootStatus::Data);
 }
 
-/// Whether a request changes the memory of the device.
-constexpr bool changesMemory(std::span<const std::uint16_t> frame)
+/// Whether a request changes the memory of the device, or tells what is in it: it must not reach another device.
+constexpr bool concernsMemory(std::span<const std::uint16_t> frame)
 {
     const BootCommand command = commandOf(frame.front());
-    return command == BootCommand::CmdErase || command == BootCommand::CmdWriteBlock;
+    return command == BootCommand::CmdErase || command == BootCommand::CmdWriteBlock ||
+           command == BootCommand::CmdReadBlock;
 }
 
 /// The checksum of a request: all words before it, combined by XOR from 0xFFFF on.

@@ -75,6 +75,20 @@ std::uint16_t wireAddress(std::uint32_t address)
     return static_cast<std::uint16_t>(address);
 }
 
+/// Whether a version reply could be taken for the answer to a request.
+bool isVersionLike(const BootFrame& request)
+{
+    const BootCommand command = boot::commandOf(request.front());
+    return command == BootCommand::CmdGetVersion ||
+           (command == BootCommand::CmdReadBlock && boot::countOf(request) == versionWords);
+}
+
+/// Whether a second copy of the reply to a request, the first one or empty, could be taken for the answer to another.
+bool couldTakeCopy(const BootFrame& answered, const BootFrame& next)
+{
+    return !answered.empty() && answered.front() != next.front() && isVersionLike(answered) && isVersionLike(next);
+}
+
 /// @return the number of bytes sent.
 std::size_t send(SerialPort& port, const BootFrame& frame)
 {
@@ -249,11 +263,14 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
         dropInput();
         unusableReplies = 0;
     }
+    if (inFlight.cause != InFlight::Cause::Answer || inFlight.request != frame) {
+        inFlight.firstSent = now();
+    }
     const BootStatus status = transfer(frame);
     inFlight.request = frame;
     if (isAnswerTo(frame, status)) {
         unusableReplies = 0;
-        sameDeviceUntil = now() + deviceChangeTime.count();
+        sameDeviceUntil = inFlight.firstSent + deviceChangeTime.count();
     } else {
         inFlight.cause = InFlight::Cause::Answer;
         const bool silence = status == BootStatus::None && !inFlight.debris;
@@ -277,15 +294,22 @@ BootStatus BootloaderClient::transfer(const BootFrame& frame)
 ///
 /// A repeat of the request that is without its answer is sent at once. That is not only allowed, since any reply to it
 /// will do, but necessary: the repeats use up the late replies, and a line with a long delay would never get in step
-/// otherwise. Only what changes the memory is not repeated without a question when the device has been silent for so
-/// long that it may be another one by now.
+/// otherwise. Only what changes the memory or tells what is in it is not repeated without a question when the device
+/// has been silent for so long that it may be another one by now.
 /// @return nothing if `frame` may be sent. Otherwise the exchange ends with this status: `None` if the probe was not
 /// answered, or by another device; or the late answer to `frame`, if that came instead.
 std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
 {
-    const bool mayHaveChanged = boot::changesMemory(frame) && now() >= sameDeviceUntil;
-    while (inFlight.cause != InFlight::Cause::Nothing && (inFlight.request != frame || mayHaveChanged)) {
+    using Cause = InFlight::Cause;
+    bool isKnown = !boot::concernsMemory(frame) || now() < sameDeviceUntil;
+    for (;;) {
+        if (inFlight.cause == Cause::Nothing && couldTakeCopy(inFlight.request, frame)) {
+            inFlight.cause = Cause::Copy;
+        }
         const bool repeats = inFlight.request == frame;
+        if (inFlight.cause == Cause::Nothing || (repeats && isKnown)) {
+            return {};
+        }
         const BootFrame question = questionUnlike(inFlight.request);
         const bool asksVersion = boot::wantsData(question);
         const BootStatus status = probe(question, repeats);
@@ -299,23 +323,21 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
                 return BootStatus::None;
             }
             sameDeviceUntil = inFlight.firstProbe + deviceChangeTime.count();
+            isKnown = true;
         }
         // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
         // answer to `frame`; otherwise they are the replies to wait for.
-        const bool settled = inFlight.probes == 1 || asksVersion != boot::wantsData(frame);
-        inFlight = settled ? InFlight{} : InFlight{question, InFlight::Cause::Answer};
+        const bool unlike = asksVersion ? !isVersionLike(frame) : boot::wantsData(frame);
+        const bool settled = isKnown && (inFlight.probes == 1 || unlike);
+        inFlight = {question, settled ? Cause::Nothing : Cause::Answer, inFlight.firstProbe};
     }
-    return {};
 }
 
 /// A request whose answer cannot be taken for the one to `request`: the version, which noise can hardly imitate, or the
 /// blank check of one word where a version reply could look like the missing one.
 BootFrame BootloaderClient::questionUnlike(const BootFrame& request) const
 {
-    const BootCommand command = boot::commandOf(request.front());
-    const bool alike = command == BootCommand::CmdGetVersion ||
-                       (command == BootCommand::CmdReadBlock && boot::countOf(request) == versionWords);
-    return alike || inFlight.cause == InFlight::Cause::Copy
+    return isVersionLike(request) || inFlight.cause == InFlight::Cause::Copy
                ? boot::makeFrame(BootCommand::CmdBlankCheck, pingAddress, pingWords)
                : boot::makeFrame(BootCommand::CmdGetVersion, 0, 0);
 }

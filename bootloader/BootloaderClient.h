@@ -126,8 +126,11 @@ private:
         /// Empty before the first request.
         BootFrame request;
         Cause cause = Cause::Nothing;
+        /// When `request` was sent, the first time if it was repeated: what answers it was there at that time, or
+        /// later.
+        QDeadlineTimer firstSent = {};
         int probes = 0;
-        /// When the first of the probes was sent: what answers them was there at that time, or later.
+        /// The same of the probes.
         QDeadlineTimer firstProbe = {};
         /// The input queue may hold the rest of a damaged data reply, which can look like any reply.
         bool debris = false;

@@ -220,6 +220,17 @@ const std::vector<Burn> burns = {
         checked + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) +
             at({a}) + unwritten(a) + foreign + end,
         "vpebbbbwwvvv", Failed, "swap:1000@write.1"},
+    {"another device at the last read",
+        written + all + unread(d) + at({d}) + unread(d) + at({d}) + unread(d) + at({d}) + unread(d) + at({d}) +
+            unread(d) + foreign + end,
+        "vpebbbbwwwwrprrrrvvv", Failed, "swap:1000@read.4"},
+    {.name = "another device behind a late identity",
+        .events = comparing + at({a}) + unread(a) + at({a}) + unread(a) + foreign + end,
+        .requests = "vvvvvvvpv",
+        .outcome = Failed,
+        .faults = "late:700@version.1 swap:1000@version.2",
+        .task = BurnTask::Verify,
+        .burned = true},
     {.name = "stop before the port opens",
         .events = upload + wait + cancelled,
         .requests = "",

@@ -1,16 +1,17 @@
 // Burns on a scripted device in virtual time with every placement of up to N faults over the requests of a burn, or
-// with faults at random, and checks after each that the program has told the truth. Prints the shortest sequence of
-// faults that breaks a rule. Usage: ExploreBurns [--faults N] [--setup NAME] [--random BURNS] [--seed N]
+// with faults at random, and checks after each that the program has told the truth. A request has one fault at most.
 
 #include "bootloader/BootloaderClient.h"
 #include "burn/BurnMessageEvent.h"
+#include "burn/BurnProgressEvent.h"
 #include "firmware/FirmwareFile.h"
+#include "support/CommandLine.h"
 #include "tests/burn/ScriptedDevice.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <algorithm>
@@ -42,37 +43,59 @@ const QByteArray likeHead = QByteArray::fromHex("55558000000012000000900070a0800
 const QVector<ImagePart> image = {{0x3100, likeVersion}, {0x3200, twin}, {0x3300, twin}, {0x3400, likeHead + likeHead}};
 /// The rest of the memory is blank, which saves time.
 constexpr std::size_t usedMemory = 0x3500;
+constexpr int imageStart = 0x3100;
+/// The memory of a device that holds the image.
+const std::vector<std::uint8_t> burned = [] {
+    std::vector<std::uint8_t> memory(usedMemory, 0xFF);
+    for (const auto& [address, data] : image) {
+        std::ranges::copy(data, memory.begin() + address);
+    }
+    return memory;
+}();
+
+/// Bits that never become 0, in the second of the equal blocks and in the last block.
+const StuckBit inTwin = {0x3301, 1};
+const StuckBit inLast = {0x3403, 0};
 
 /// A kind of burn that is explored.
 struct Setup {
     const char* name;
     bool echo = false;
     std::chrono::milliseconds latency{0};
-    /// A bit in the second of the equal blocks never becomes 0.
-    bool stuckBit = false;
+    std::vector<StuckBit> stuckBits = {};
+    /// Anything but a burn finds the image in the device, but for the stuck bits.
+    BurnTask task = BurnTask::Burn;
 };
 
 const std::vector<Setup> setups = {
     {"plain"},
-    {"plain, stuck bit", false, 0ms, true},
+    {"plain, bad twin", false, 0ms, {inTwin}},
+    {"plain, bad end", false, 0ms, {inLast}},
     {"echo", true},
-    {"echo, stuck bit", true, 0ms, true},
+    {"echo, bad end", true, 0ms, {inLast}},
     {"late", false, 110ms},
-    {"late, stuck bit", false, 110ms, true},
+    {"late, bad twin", false, 110ms, {inTwin}},
     {"late echo", true, 40ms},
-    {"late echo, stuck bit", true, 40ms, true},
+    {"late echo, bad end", true, 40ms, {inLast}},
+    {"compare", false, 0ms, {}, BurnTask::Verify},
+    {"compare, bad end", false, 0ms, {inLast}, BurnTask::Verify},
+    {"late compare, bad twin", false, 110ms, {inTwin}, BurnTask::Verify},
+    {"if needed, bad end", false, 0ms, {inLast}, BurnTask::BurnIfNeeded},
 };
 
 using Faults = std::vector<PlacedFault>;
 
-/// As options of devicesim.
-QString toText(const Faults& faults)
+/// As options of devicesim, as far as it has them.
+QString toText(const Setup& setup, const Faults& faults)
 {
-    QString text;
+    QString text = setup.echo ? "--echo" : "";
+    for (const StuckBit& stuck : setup.stuckBits) {
+        text += QString(" --fault stuck-bit:%1.%2=1").arg(stuck.address).arg(stuck.bit);
+    }
     for (const PlacedFault& fault : faults) {
         text += " --fault " + fault.toText();
     }
-    return text;
+    return text.trimmed();
 }
 
 /// A request of a burn: its kind, and which of that kind it is.
@@ -141,10 +164,9 @@ public:
         device.line->echo = setup.echo;
         device.latency = setup.latency;
         device.traits.faults.placed = faults;
-        device.traits.memory.resize(usedMemory);
-        if (setup.stuckBit) {
-            device.traits.faults.stuckBits = {{0x3301, 1}};
-        }
+        device.traits.faults.stuckBits = setup.stuckBits;
+        device.traits.otherMemory = burned;
+        device.traits.memory = setup.task == BurnTask::Burn ? std::vector<std::uint8_t>(usedMemory) : burned;
         device.requestStop = [&] {
             stopped = true;
             thread.requestStop();
@@ -163,30 +185,30 @@ public:
                 device.stop();
             }
         };
-        saidGood = false;
-        errors = 0;
-        thread.startJob({.portName = "line", .fileName = files.at(setup.echo ? 1 : 0), .maxErases = maxErases});
+        log = {};
+        thread.startJob(
+            {.task = setup.task, .portName = "line", .fileName = files.at(setup.echo ? 1 : 0), .maxErases = maxErases});
         thread.wait();
         QCoreApplication::sendPostedEvents();
 
-        bool equal = true;
-        for (const auto& [address, data] : image) {
-            equal =
-                equal && std::equal(data.begin(), data.end(), device.memory().begin() + address,
-                             [](char wanted, std::uint8_t held) { return static_cast<std::uint8_t>(wanted) == held; });
-        }
+        const bool equal = std::equal(burned.begin() + imageStart, burned.end(), device.memory().begin() + imageStart);
+        const bool failed = thread.outcome() == BurnThread::Outcome::Failed;
         outcome.succeeded = thread.outcome() == BurnThread::Outcome::Succeeded;
-        outcome.falseBad = thread.outcome() == BurnThread::Outcome::Failed && equal && !stopped &&
-                           thread.result().reason == BurnResult::Reason::Verification;
-        if (outcome.succeeded != saidGood && !stopped) {
+        outcome.falseBad = failed && equal && thread.result().reason == BurnResult::Reason::Verification;
+        if (outcome.succeeded != log.saidGood && !stopped) {
             outcome.finding = "says one thing in the log and another in the outcome";
-        } else if (saidGood && !equal) {
+        } else if ((outcome.succeeded || log.saidGood) && !equal) {
             outcome.finding = "FALSE GOOD";
         } else if (device.otherTouched) {
             outcome.finding = "has erased or written another device";
+        } else if (setup.task == BurnTask::Verify && device.requests.contains(QRegularExpression("[ew]"))) {
+            outcome.finding = "has erased or written what it was to compare";
+        } else if (log.silentPasses > 0 || (failed && log.errors == 0)) {
+            outcome.finding = "fails without a line";
         } else if (endless) {
             outcome.finding = "does not end";
-        } else if (firstWrite && device.line->now - *firstWrite > longestPass * (2 * std::ssize(image) + 1 + errors)) {
+        } else if (firstWrite &&
+                   device.line->now - *firstWrite > longestPass * (2 * std::ssize(image) + 1 + log.errors)) {
             outcome.finding = "falls silent";
         } else if (sentAfterStop > 0) {
             outcome.finding = "sends after a stop";
@@ -199,15 +221,37 @@ protected:
     {
         if (event->type() == BurnMessageEvent::eventType) {
             const auto& message = static_cast<const BurnMessageEvent&>(*event);
-            saidGood = saidGood || message.text == u"Verification successful";
-            errors += message.kind == MessageKind::Error ? 1 : 0;
+            log.saidGood = log.saidGood || message.text == u"Verification successful";
+            if (message.kind == MessageKind::Status) {
+                log.tellsPasses = message.text == u"Programming" || message.text == u"Verifying";
+            }
+            if (message.kind == MessageKind::Error) {
+                ++log.errors;
+                log.untoldBlock = 0;
+            }
+        } else if (event->type() == BurnProgressEvent::eventType) {
+            const auto& progress = static_cast<const BurnProgressEvent&>(*event);
+            if (progress.kind == ProgressKind::Value && log.tellsPasses) {
+                log.silentPasses += progress.value >= imageStart && progress.value == log.untoldBlock ? 1 : 0;
+                log.untoldBlock = progress.value;
+            }
         }
     }
 
 private:
+    /// What the events of a burn have told so far.
+    struct Log {
+        bool saidGood = false;
+        int errors = 0;
+        /// A pass that is left without an answer has its line while blocks are written and compared: the same block
+        /// does not come twice in a row without one. While the device erases and checks, repeats are silent.
+        bool tellsPasses = false;
+        int untoldBlock = 0;
+        int silentPasses = 0;
+    };
+
     const std::array<QString, 2> files;
-    bool saidGood = false;
-    int errors = 0;
+    Log log;
 };
 
 /// What was found in all burns, by all threads.
@@ -235,7 +279,7 @@ public:
             const std::lock_guard lock(mutex);
             const auto [place, isNew] = shortest.try_emplace(what);
             if (isNew || length < place->second.first) {
-                place->second = {length, QStringLiteral("%1:%2: %3").arg(setup.name, how, what)};
+                place->second = {length, QStringLiteral("%1: %2: %3").arg(setup.name, how, what)};
             }
         }
     }
@@ -275,7 +319,7 @@ void explore(
     Explorer& explorer, const Setup& setup, const Faults& faults, std::size_t from, int more, Findings& findings)
 {
     const Outcome outcome = explorer.burn(setup, faults);
-    findings.note(setup, outcome, toText(faults), static_cast<int>(faults.size()));
+    findings.note(setup, outcome, toText(setup, faults), static_cast<int>(faults.size()));
     const bool over = !faults.empty() && faults.back().fault == Fault::HangUp;
     for (std::size_t i = from; i < outcome.requests.size() && more > 0 && !over; ++i) {
         if (!matters(outcome.requests, i)) {
@@ -309,7 +353,17 @@ void burnAtRandom(Explorer& explorer, std::uint64_t seed, Findings& findings)
             }
         }
     }
-    findings.note(setup, explorer.burn(setup, faults), QStringLiteral(" --random 1 --seed %1").arg(seed), 1);
+    Outcome outcome = explorer.burn(setup, faults);
+    // Most of the faults of a finding do not matter.
+    for (std::size_t i = 0; i < faults.size() && !outcome.finding.isEmpty();) {
+        Faults fewer = faults;
+        fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(i));
+        const bool isSame = explorer.burn(setup, fewer).finding == outcome.finding;
+        isSame ? faults.swap(fewer) : static_cast<void>(++i);
+    }
+    const QString how = outcome.finding.isEmpty() ? "" : toText(setup, faults);
+    findings.note(
+        setup, outcome, QString("--random 1 --seed %1 %2").arg(seed).arg(how), static_cast<int>(faults.size()));
 }
 
 /// Runs `work` on all processors, each time with the next number below `count`.
@@ -336,7 +390,7 @@ void exploreAll(const QString& folder, int depth, const QString& only, Findings&
         }
         Explorer first(folder);
         const Outcome plain = first.burn(setup, {});
-        findings.note(setup, plain, {}, 0);
+        findings.note(setup, plain, toText(setup, {}), 0);
         std::vector<std::pair<std::size_t, PlacedFault>> starts;
         for (std::size_t i = 0; i < plain.requests.size() && depth > 0; ++i) {
             if (matters(plain.requests, i)) {
@@ -358,15 +412,29 @@ void exploreAll(const QString& folder, int depth, const QString& only, Findings&
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    QCommandLineParser parser;
-    parser.addHelpOption();
-    parser.addOptions({{"faults", "Explore all burns with up to N faults.", "N", "2"},
-        {"setup", "Explore one kind of burn, for example 'late echo, stuck bit'.", "NAME"},
-        {"random", "Make N burns with random faults instead.", "N", "0"},
-        {"seed", "Random seed of the first of these burns; each of the others has the next.", "N", "1"}});
-    parser.process(application);
-    const auto burns = parser.value("random").toULongLong();
-    const auto seed = parser.value("seed").toULongLong();
+    QStringList names;
+    for (const Setup& setup : setups) {
+        names += setup.name;
+    }
+    CommandLine line("ExploreBurns", "",
+        "Burns a scripted device in virtual time with every placement of up to N faults, and checks after each burn "
+        "that the program has told the truth. Prints the shortest sequence of faults that breaks a rule.");
+    line.addOption("faults", "N", "Place up to N faults (default 2, a minute or two; 3 takes hours).");
+    line.addOption("setup", "NAME", "Explore one kind of burn: '" + names.join("', '") + "'.");
+    line.addOption("random", "N", "Make N burns of all kinds with random faults instead.");
+    line.addOption("seed", "N", "Random seed of the first of these (default 1); each of the others has the next.");
+    line.parse(application.arguments().mid(1));
+    const int depth = line.number("faults", 0, 9).value_or(2);
+    const QString only = line.text("setup").value_or(QString());
+    const auto burns = line.number<std::int64_t>("random", 1, INT64_MAX).value_or(0);
+    const auto seed = line.number<std::int64_t>("seed", 0, INT64_MAX).value_or(1);
+    line.operands(0, "no arguments");
+    if (!only.isEmpty() && (!names.contains(only) || burns > 0)) {
+        line.refuse("--setup wants a kind of burn, and no --random");
+    }
+    if (const auto verdict = line.verdict()) {
+        return static_cast<int>(*verdict);
+    }
 
     const QTemporaryDir folder;
     for (const int link : {0, FirmwareFile::echoLink}) {
@@ -375,14 +443,14 @@ int main(int argc, char** argv)
     }
     Findings findings;
     if (burns > 0) {
-        share(burns, folder.path(),
-            [&](Explorer& explorer, std::size_t number) { burnAtRandom(explorer, seed + number, findings); });
+        share(static_cast<std::size_t>(burns), folder.path(), [&](Explorer& explorer, std::size_t number) {
+            burnAtRandom(explorer, static_cast<std::uint64_t>(seed) + number, findings);
+        });
     } else {
-        exploreAll(folder.path(), parser.value("faults").toInt(), parser.value("setup"), findings);
+        exploreAll(folder.path(), depth, only, findings);
     }
     findings.printShortest();
     findings.printSum("all");
-    // With a stuck bit none succeeds.
-    const bool isSound = parser.isSet("setup") ? findings.burns > 0 : findings.succeeded > 0;
-    return findings.broken == 0 && isSound ? 0 : 1;
+    // A kind with a bad bit has no success.
+    return findings.broken == 0 && (findings.succeeded > 0 || !only.isEmpty()) ? 0 : 1;
 }

@@ -116,7 +116,7 @@ bool Device::isIgnored(std::chrono::nanoseconds sinceStart, std::string& faults)
 void Device::swapDevice()
 {
     if (!otherCells) {
-        otherCells = cells;
+        otherCells = traits.otherMemory ? Memory(*traits.otherMemory) : cells;
     }
     std::swap(cells, *otherCells);
     traits.identity.deviceId ^= 1;

@@ -26,6 +26,9 @@ struct DeviceTraits {
     std::chrono::milliseconds lateTime{500};
     /// What the memory holds at first; the rest of its 64 KiB is 0xFF.
     std::vector<std::uint8_t> memory;
+    /// What the other device of a swap holds, which then has no stuck bits. Without it that one is the same as the
+    /// first at the time of the swap.
+    std::optional<std::vector<std::uint8_t>> otherMemory;
     FaultPlan faults;
     /// Random seed of the faults.
     std::uint64_t seed = 1;

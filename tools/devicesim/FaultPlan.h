@@ -31,7 +31,7 @@ enum class Fault : std::uint8_t {
     BadBit,   ///< The lowest bit of the first data byte in a reply is wrong, and the checksum fits.
     Twice,    ///< The reply comes twice.
     Restart,  ///< The request is ignored like all that come for a number of milliseconds.
-    Swap,     ///< As `Restart`, and then a device with another id and the same content answers; or the first one again.
+    Swap,     ///< As `Restart`, and then a device with another id answers; or the first one again.
     HangUp    ///< The line hangs up instead of a reply.
 };
 

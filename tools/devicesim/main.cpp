@@ -33,6 +33,8 @@ struct Options {
     QString linkPath;
     /// Empty: the memory is lost at the end.
     QString memoryFile;
+    /// Empty: the other device of a swap holds the same.
+    QString otherMemoryFile;
     /// Empty: no report.
     QString reportFile;
 };
@@ -47,6 +49,8 @@ void addOptions(CommandLine& line)
     line.addFlag("echo", "Send every received byte back at once.");
     line.addOption("memory", "FILE",
         "Begin with the memory in FILE if it exists, and write it there at each reset and at the end.");
+    line.addOption(
+        "other-memory", "FILE", "What the device that comes with the fault swap holds; without it the same.");
     line.addOption("erase-time", "MS", "Take so long to erase.");
     line.addOption("write-time", "MS", "Take so long to write a block.");
     line.addOption("late-time", "MS", "How late a late reply is (default 500).");
@@ -112,6 +116,7 @@ Options takeOptions(CommandLine& line)
     }
     options.linkPath = line.text("link").value_or(QString());
     options.memoryFile = line.text("memory").value_or(QString());
+    options.otherMemoryFile = line.text("other-memory").value_or(QString());
     options.reportFile = line.text("report").value_or(QString());
     line.operands(0, "no arguments");
     return options;
@@ -172,7 +177,9 @@ bool writeMemory(const QString& path, const std::vector<std::uint8_t>& memory)
 
 ExitStatus runUntilSignal(Options& options)
 {
-    if (!readMemory(options.memoryFile, options.device.memory)) {
+    if (!readMemory(options.memoryFile, options.device.memory) ||
+        (!options.otherMemoryFile.isEmpty() &&
+            !readMemory(options.otherMemoryFile, options.device.otherMemory.emplace()))) {
         return ExitStatus::Failure;
     }
     bool done = true;
