@@ -229,12 +229,18 @@ void BurnThread::waitDeviceStep()
     if (!client->readVersion()) {
         return;
     }
+    const BurnResult::Identity identity = {client->bootloaderVersion, client->firmwareVersion, client->deviceId};
+    // A reply too short to hold its fields, such as the echo of the request, leaves them empty. No firmware is for that
+    // device, but it is none to tell of either.
+    if (job.task == BurnTask::Identify && identity == BurnResult::Identity()) {
+        return;
+    }
     const auto versionLine = [](const QString& text, const BootVersion& version) {
         return text.arg(version.major).arg(version.minor).arg(version.patch);
     };
     postLog(versionLine(tr("Found device bootloader: v%1.%2.%3"), client->bootloaderVersion));
     postLog(versionLine(tr("Existing firmware: v%1.%2.%3"), client->firmwareVersion));
-    lastResult.identity = {client->bootloaderVersion, client->firmwareVersion, client->deviceId};
+    lastResult.identity = identity;
     if (job.task == BurnTask::Identify) {
         accomplished = true;
         endWithoutBurn();
@@ -272,6 +278,7 @@ void BurnThread::eraseStep()
         return;
     }
     ++lastResult.erases;
+    lastResult.content = BurnResult::Content::Erased;
     postLog(tr("Erase successful"));
     setState(State::BlankCheck);
 }
@@ -303,6 +310,7 @@ void BurnThread::programStep()
     if (!takeBlock()) {
         postLog(tr("Programming complete"));
         lastResult.blocks = lastResult.badBlocks = 0;
+        lastResult.content = BurnResult::Content::Written;
         setState(State::Verify);
         return;
     }
@@ -362,6 +370,7 @@ void BurnThread::closeVerification()
 {
     accomplished = lastResult.badBlocks == 0;
     if (accomplished) {
+        lastResult.content = BurnResult::Content::Verified;
         postLog(tr("Verification successful"));
     } else {
         fail(BurnResult::Reason::Verification,

@@ -60,10 +60,22 @@ struct BurnResult {
         Stopped,
     };
 
+    /// What the memory of the device holds, as far as the device has confirmed it.
+    enum class Content {
+        Before,
+        /// Nothing, or a part of the image.
+        Erased,
+        /// The image, not compared.
+        Written,
+        Verified,
+    };
+
     struct Identity {
         BootVersion bootloaderVersion;
         BootVersion firmwareVersion;
         std::uint16_t deviceId = 0;
+
+        bool operator==(const Identity&) const = default;
     };
 
     Reason reason = Reason::None;
@@ -77,6 +89,7 @@ struct BurnResult {
     int badBlocks = 0;
     /// How often the device confirmed an erase.
     int erases = 0;
+    Content content = Content::Before;
 };
 
 /// Runs burns, one at a time, each on a thread of its own: reads the firmware file, opens the port, and walks the

@@ -205,6 +205,23 @@ void DeviceRun::logCondition()
     }
 }
 
+/// @return what can be said of the memory of a device whose erase has begun.
+QString contentText(const BurnResult& result)
+{
+    using enum BurnResult::Content;
+    switch (result.reason == BurnResult::Reason::Verification ? Erased : result.content) {
+    case Before:
+        return QStringLiteral("may have been erased");
+    case Erased:
+        return QStringLiteral("has no valid firmware");
+    case Written:
+        return QStringLiteral("holds firmware that was not verified");
+    case Verified:
+        return QStringLiteral("holds the firmware, verified");
+    }
+    return {};
+}
+
 RunReport DeviceRun::makeReport() const
 {
     RunReport report;
@@ -232,10 +249,12 @@ RunReport DeviceRun::makeReport() const
         break;
     }
     report.reason = reasonWord(report.end, report.result.reason);
-    if (report.result.erases > 0) {
-        report.explanation += QStringLiteral(". The device has no valid firmware, its bootloader is in charge");
-    } else if (eraseBegun) {
-        report.explanation += QStringLiteral(". The device may have been erased, its bootloader is in charge");
+    if (eraseBegun) {
+        report.explanation += QStringLiteral(". %1 %2, its bootloader is in charge")
+                                  .arg(report.result.reason == BurnResult::Reason::OtherDevice
+                                           ? QStringLiteral("The device that was being burned")
+                                           : QStringLiteral("The device"),
+                                      contentText(report.result));
     }
     return report;
 }

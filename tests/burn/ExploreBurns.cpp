@@ -210,7 +210,7 @@ public:
         } else if (firstWrite &&
                    device.line->now - *firstWrite > longestPass * (2 * std::ssize(image) + 1 + log.errors)) {
             outcome.finding = "falls silent";
-        } else if (sentAfterStop > 0) {
+        } else if (sentAfterStop > 0) { // by a port that was opened anew: a cancelled one sends nothing
             outcome.finding = "sends after a stop";
         }
         return outcome;
@@ -416,7 +416,7 @@ int main(int argc, char** argv)
     for (const Setup& setup : setups) {
         names += setup.name;
     }
-    CommandLine line("ExploreBurns", "",
+    CommandLine line("ExploreBurns", "[OPTION]...",
         "Burns a scripted device in virtual time with every placement of up to N faults, and checks after each burn "
         "that the program has told the truth. Prints the shortest sequence of faults that breaks a rule.");
     line.addOption("faults", "N", "Place up to N faults (default 2, a minute or two; 3 takes hours).");

@@ -202,6 +202,18 @@ private Q_SLOTS:
         QCOMPARE(device.memory(), burnedMemory());
     }
 
+    /// A burn that has no record is none that counts.
+    void lostRecord()
+    {
+        Device device;
+        QVERIFY(write(recordFile, QByteArray(1000, 'x')));
+        const Answer answer =
+            run("prlimit", {"--fsize=1024", "sh", "-c", "trap '' XFSZ; exec \"$@\"", "sh", TAVIMORA_CLI, "burn",
+                               "--record", recordFile, "--port", device.port, firmware});
+        QVERIFY2(answer.status == 1 && answer.error.contains("the record \""), answer.error);
+        QCOMPARE(device.memory(), burnedMemory());
+    }
+
     /// Compares, burns only what differs, and asks without touching anything.
     void oneDevice()
     {
@@ -213,6 +225,9 @@ private Q_SLOTS:
         const Answer info = run(QStringList{"info", "--baudrate", "115200"} + port);
         QVERIFY2(info.status == 0 && info.out.contains("\nDevice id: 0x0300, family 2\n"), info.out);
         QVERIFY(info.out.endsWith(inCharge));
+        const Device echoing({"--echo"});
+        const Answer behindEcho = run({"info", "--port", echoing.port});
+        QVERIFY2(behindEcho.out.contains("\nDevice id: 0x0300, family 2\n"), behindEcho.out);
         const Answer different = run(QStringList{"verify", firmware} + port);
         QVERIFY2(different.status == 1 && different.out.contains(blocks), different.out);
         QVERIFY2(different.out.endsWith(inCharge) && !different.error.contains("valid firmware"), different.error);

@@ -1,15 +1,15 @@
 // Burns simulated devices over pseudo-terminals, many at once and for a long time, with faults, stops and hang-ups at
 // random, and checks after each burn that the program has told the truth, and at the end that nothing has piled up in
-// the process. Usage: SoakBurns [--burns N] [--at-once N] [--seed N]
+// the process.
 
 #include "burn/BurnMessageEvent.h"
 #include "burn/BurnThread.h"
 #include "firmware/FirmwareFile.h"
+#include "support/CommandLine.h"
 #include "tests/support/IntelHex.h"
 #include "tools/devicesim/DeviceSim.h"
 #include "tools/fwpack/Package.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -212,20 +212,28 @@ struct Resources {
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    QCommandLineParser parser;
-    parser.addHelpOption();
-    parser.addOptions({{"burns", "Make N burns.", "N", "40"}, {"at-once", "So many of them at once.", "N", "16"},
-        {"seed", "Random seed of the first burn; each of the others has the next.", "N", "1"}});
-    parser.process(application);
-    const std::uint64_t last = parser.value("seed").toULongLong() + parser.value("burns").toULongLong();
-    const unsigned atOnce = parser.value("at-once").toUInt();
+    CommandLine line("SoakBurns", "[OPTION]...",
+        "Burns simulated devices over pseudo-terminals, with faults, stops and hang-ups at random, and checks after "
+        "each burn that the program has told the truth, and at the end that nothing has piled up since the first.");
+    line.addOption("burns", "N", "Make N burns (default 40).");
+    line.addOption("at-once", "N", "So many of them at once (default 16).");
+    line.addOption("seed", "N", "Random seed of the first burn (default 1); each of the others has the next.");
+    line.parse(application.arguments().mid(1));
+    const auto atOnce = line.number<std::uint32_t>("at-once", 1, 1000).value_or(16);
+    const auto first = line.number<std::uint32_t>("seed", 0, UINT32_MAX).value_or(1);
+    const std::uint64_t last = first + line.number<std::uint32_t>("burns", 1, UINT32_MAX).value_or(40);
+    const std::uint64_t warm = std::min<std::uint64_t>(last, first + std::max(atOnce, 10U));
+    line.operands(0, "no arguments");
+    if (const auto verdict = line.verdict()) {
+        return static_cast<int>(*verdict);
+    }
 
     const QTemporaryDir folder;
     QElapsedTimer clock;
     clock.start();
     Tally tally;
     QEventLoop loop;
-    std::uint64_t next = parser.value("seed").toULongLong();
+    std::uint64_t next = first;
     std::uint64_t pause = 0;
     unsigned resting = 0;
     const auto keepBusy = [&](Lane& lane) {
@@ -250,16 +258,19 @@ int main(int argc, char** argv)
         const Resources used;
         QFile pages("/proc/self/statm");
         const auto resident = pages.open(QIODevice::ReadOnly) ? pages.readAll().split(' ').value(1).toLong() : 0;
-        std::printf("at burn %llu: %td descriptors, %td threads, %zu bytes of heap in use, %ld pages resident\n",
-            static_cast<unsigned long long>(next), used.descriptors, used.threads, used.heap, resident);
+        std::printf("after %llu burns: %td descriptors, %td threads, %zu bytes of heap in use, %ld pages resident\n",
+            static_cast<unsigned long long>(next - first), used.descriptors, used.threads, used.heap, resident);
         return used;
     };
     for (int i = 0; i < longestQueue; ++i) {
         QCoreApplication::postEvent(&loop, new QEvent(QEvent::User));
     }
     QCoreApplication::sendPostedEvents();
-    const Resources before = burnUntil(std::min(last, next + std::max(atOnce, 10U)));
+    const Resources before = burnUntil(warm);
     const Resources after = burnUntil(last);
+    if (last == warm) {
+        std::printf("too few burns to tell whether anything piles up\n");
+    }
     if (after.descriptors > before.descriptors || after.threads > before.threads ||
         after.heap > before.heap + heapSlack) {
         ++tally.findings;

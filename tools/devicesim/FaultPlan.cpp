@@ -139,7 +139,9 @@ QString FaultPlan::add(const QString& text)
         const std::optional<PlacedFault> fault = readPlaced(static_cast<Fault>(index), rest);
         placed.push_back(fault.value_or(PlacedFault()));
         isRight = fault.has_value();
-        form = QString("%1@REQUEST[.N] with REQUEST one of: %2").arg(formOf(index), listOf(requestNames));
+        form = static_cast<Fault>(index) == Fault::Lose
+                   ? name + ":PROBABILITY"
+                   : QString("%1@REQUEST[.N] with REQUEST one of: %2").arg(formOf(index), listOf(requestNames));
     } else if (isKnown) {
         const double probability = rest.isEmpty() ? 0.1 : value.toDouble(&isRight);
         probabilities[index] = probability;
