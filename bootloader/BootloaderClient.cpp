@@ -26,9 +26,11 @@ constexpr int maxUnusableReplies = 4;
 /// How long a probe waits for its answer: no longer than any command, since a cancel does not end it.
 constexpr std::chrono::milliseconds probeLimit{300};
 
-/// Without an answer for this time the device on the line may be another one. To exchange it takes at least twice as
-/// long, so that a late reply in between does not matter.
-constexpr std::chrono::milliseconds deviceChangeTime{500};
+/// So long after the last request that the device has answered it may have been pulled off the line.
+constexpr std::chrono::milliseconds pullTime{500};
+
+/// To exchange the device for another takes longer than this. The time that a line may delay replies is a part of it.
+constexpr std::chrono::milliseconds exchangeTime{1900};
 
 // What ping asks about: one word at the end of the address space, which every device has.
 constexpr std::uint16_t pingAddress = 0xFFF0;
@@ -143,7 +145,7 @@ bool BootloaderClient::open(const std::string& portName, std::uint32_t baudRate)
     inFlight = {};
     unusableReplies = 0;
     otherDevice = false;
-    sameDeviceUntil = now() + deviceChangeTime.count();
+    lastSeen = now();
     return port->open();
 }
 
@@ -270,7 +272,7 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
     inFlight.request = frame;
     if (isAnswerTo(frame, status)) {
         unusableReplies = 0;
-        sameDeviceUntil = inFlight.firstSent + deviceChangeTime.count();
+        lastSeen = inFlight.firstSent;
     } else {
         inFlight.cause = InFlight::Cause::Answer;
         const bool silence = status == BootStatus::None && !inFlight.debris;
@@ -295,19 +297,20 @@ BootStatus BootloaderClient::transfer(const BootFrame& frame)
 /// A repeat of the request that is without its answer is sent at once. That is not only allowed, since any reply to it
 /// will do, but necessary: the repeats use up the late replies, and a line with a long delay would never get in step
 /// otherwise. Only what changes the memory or tells what is in it is not repeated without a question when the device
-/// has been silent for so long that it may be another one by now.
+/// has been silent for so long that it may be another one by now, and not sent before a known one has answered.
 /// @return nothing if `frame` may be sent. Otherwise the exchange ends with this status: `None` if the probe was not
 /// answered, or by another device; or the late answer to `frame`, if that came instead.
 std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
 {
     using Cause = InFlight::Cause;
-    bool isKnown = !boot::concernsMemory(frame) || now() < sameDeviceUntil;
+    const bool concernsMemory = boot::concernsMemory(frame);
+    const auto wasSeenWithin = [this](std::chrono::milliseconds time) { return now() < lastSeen + time.count(); };
     for (;;) {
         if (inFlight.cause == Cause::Nothing && couldTakeCopy(inFlight.request, frame)) {
             inFlight.cause = Cause::Copy;
         }
         const bool repeats = inFlight.request == frame;
-        if (inFlight.cause == Cause::Nothing || (repeats && isKnown)) {
+        if (inFlight.cause == Cause::Nothing || (repeats && (!concernsMemory || wasSeenWithin(pullTime)))) {
             return {};
         }
         const BootFrame question = questionUnlike(inFlight.request);
@@ -322,13 +325,14 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
             if (otherDevice) {
                 return BootStatus::None;
             }
-            sameDeviceUntil = inFlight.firstProbe + deviceChangeTime.count();
-            isKnown = true;
+        }
+        if (asksVersion || wasSeenWithin(exchangeTime)) {
+            lastSeen = inFlight.firstProbe;
         }
         // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
         // answer to `frame`; otherwise they are the replies to wait for.
-        const bool unlike = asksVersion ? !isVersionLike(frame) : boot::wantsData(frame);
-        const bool settled = isKnown && (inFlight.probes == 1 || unlike);
+        const bool isKnown = !concernsMemory || wasSeenWithin(exchangeTime);
+        const bool settled = isKnown && (inFlight.probes == 1 || asksVersion != boot::wantsData(frame));
         inFlight = {question, settled ? Cause::Nothing : Cause::Answer, inFlight.firstProbe};
     }
 }

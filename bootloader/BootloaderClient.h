@@ -167,9 +167,9 @@ private:
     /// queue may then be out of step with the replies for good: where a block holds what looks like the head of a
     /// reply, each attempt takes that for its reply and swallows the head of the next.
     int unusableReplies = 0;
-    /// Until then the device on the line is the one that gave the last answer, or that was there at `open`. A late
-    /// version reply proves only who was there when it was asked for.
-    QDeadlineTimer sameDeviceUntil;
+    /// When the device that the client knows was on the line for certain: at `open`, or when it was asked what it has
+    /// answered. A late reply proves no more than that.
+    QDeadlineTimer lastSeen;
     bool otherDevice = false;
     Clock now;
 };

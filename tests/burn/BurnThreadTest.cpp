@@ -103,6 +103,11 @@ QStringList differs(const Block& block)
     return error("Data no match", block);
 }
 
+QStringList times(int count, const QStringList& lines)
+{
+    return count == 0 ? QStringList() : lines + times(count - 1, lines);
+}
+
 const QStringList all = at({a, b, c, d});
 const QStringList span = {"minimum 6656", "maximum 65535"};
 const QStringList emptySpan = {"minimum 0", "maximum 0"};
@@ -194,9 +199,8 @@ const std::vector<Burn> burns = {
         checked + at({a}) + unwritten(a) + at({a, b}) + unwritten(b) + at({b, c, d}) + programmed + verify + all + good,
         "vpebbbbwwvwwvwwrprrrx", Succeeded, "late:350@write.1 ignore@write.3"},
     {"dead after a write was repeated",
-        checked + at({a}) + unwritten(a) + at({a, b}) + unwritten(b) + at({b}) + unwritten(b) + at({b}) + unwritten(b) +
-            cancelled,
-        "vpebbbbwwvvv", Cancelled, "ignore@write.1 ignore@version.2 ignore@version.3 hangup@version.4"},
+        checked + at({a}) + unwritten(a) + at({a}) + times(3, at({b}) + unwritten(b)) + cancelled, "vpebbbbwwvvv",
+        Cancelled, "ignore@write.1 ignore@version.2 ignore@version.3 hangup@version.4"},
     {"read repeated", written + at({a}) + unread(a) + at({a}) + unread(a) + all + good, "vpebbbbwwwwrrrvrrrx",
         Succeeded, "ignore@read.1 refuse@read.2"},
     {"late reply to a read", written + at({a}) + unread(a) + all + good, "vpebbbbwwwwrrvrrrx", Succeeded,
@@ -216,19 +220,15 @@ const std::vector<Burn> burns = {
     {"another device in the blank check", up + erased + check + at({a, a, b}) + foreign + end, "vpebbv", Failed,
         "swap:0@blank-check.1"},
     {"another device while an erase is repeated", up + foreign + end, "vpeevvv", Failed, "swap:1000@erase.1"},
-    {"another device while a write is repeated",
-        checked + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) + at({a}) + unwritten(a) +
-            at({a}) + unwritten(a) + foreign + end,
+    {"another device while a write is repeated", checked + times(5, at({a}) + unwritten(a)) + foreign + end,
         "vpebbbbwwvvv", Failed, "swap:1000@write.1"},
-    {"another device at the last read",
-        written + all + unread(d) + at({d}) + unread(d) + at({d}) + unread(d) + at({d}) + unread(d) + at({d}) +
-            unread(d) + foreign + end,
+    {"another device at the last read", written + at({a, b, c}) + times(5, at({d}) + unread(d)) + foreign + end,
         "vpebbbbwwwwrprrrrvvv", Failed, "swap:1000@read.4"},
     {.name = "another device behind a late identity",
-        .events = comparing + at({a}) + unread(a) + at({a}) + unread(a) + foreign + end,
+        .events = comparing + times(6, at({a}) + unread(a)) + foreign + end,
         .requests = "vvvvvvvpv",
         .outcome = Failed,
-        .faults = "late:700@version.1 swap:1000@version.2",
+        .faults = "late:700@version.1 swap:2000@version.2",
         .task = BurnTask::Verify,
         .burned = true},
     {.name = "stop before the port opens",

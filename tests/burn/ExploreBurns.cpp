@@ -120,7 +120,7 @@ Faults possibleFaults(const Place& place)
     add(Fault::Late, {60, 150, 350, 700});
     add(Fault::Stray, {0x90, 0x70, 0x80, 0xA0});
     add(Fault::Restart, {500});
-    add(Fault::Swap, {1000});
+    add(Fault::Swap, {2000});
     if (place.first == RequestKind::Version || place.first == RequestKind::Read) {
         // In its head and in its data.
         add(Fault::Cut, {4, 13});

@@ -15,8 +15,9 @@ constexpr std::array statusBytes = {static_cast<std::uint8_t>(Status::NotBlank),
     static_cast<std::uint8_t>(Status::Data), static_cast<std::uint8_t>(Status::Ok),
     static_cast<std::uint8_t>(Status::Refused)};
 
-/// How long a device that restarts hears nothing, if nothing else is said.
+/// How long a device that restarts hears nothing, and how long an exchange takes, if nothing else is said.
 constexpr int restartMs = 500;
+constexpr int swapMs = 2000;
 
 } // namespace
 
@@ -98,16 +99,16 @@ Reaction Device::answer(const Request& request, std::chrono::nanoseconds sinceSt
 
 bool Device::isIgnored(std::chrono::nanoseconds sinceStart, std::string& faults)
 {
-    const auto beDeaf = [&](const Hit& fault) {
-        deafUntil = sinceStart + std::chrono::milliseconds(fault.value.value_or(restartMs));
+    const auto beDeaf = [&](const Hit& fault, int byDefault) {
+        deafUntil = sinceStart + std::chrono::milliseconds(fault.value.value_or(byDefault));
     };
     if (const auto swap = hit(Fault::Swap, faults)) {
         swapDevice();
-        beDeaf(*swap);
+        beDeaf(*swap, swapMs);
         return true;
     }
     if (const auto restart = hit(Fault::Restart, faults)) {
-        beDeaf(*restart);
+        beDeaf(*restart, restartMs);
         return true;
     }
     return hit(Fault::Ignore, faults).has_value();

@@ -38,7 +38,7 @@ constexpr std::array<FaultEntry, faultNames.size()> faultTable = {{
     {"a data bit of a reply is wrong, its checksum fits"},
     {"the reply comes twice"},
     {"the device hears nothing for MS (default 500)", "MS", hourMs},
-    {"as restart, then a device of another id answers", "MS", hourMs},
+    {"the same (default 2000), then another device answers", "MS", hourMs},
     {"the line hangs up instead of a reply"},
 }};
 
