@@ -29,7 +29,7 @@ constexpr std::chrono::milliseconds probeLimit{300};
 /// So long after the last request that the device has answered it may have been pulled off the line.
 constexpr std::chrono::milliseconds pullTime{500};
 
-/// To exchange the device for another takes longer than this. The time that a line may delay replies is a part of it.
+/// What answers within this time after that request is the same device: to exchange it takes longer.
 constexpr std::chrono::milliseconds exchangeTime{1900};
 
 // What ping asks about: one word at the end of the address space, which every device has.

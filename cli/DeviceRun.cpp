@@ -52,6 +52,23 @@ QString reasonWord(RunEnd end, BurnResult::Reason reason)
     return QStringLiteral("stopped");
 }
 
+/// @return what can be said of the memory of a device whose erase has begun.
+QString contentText(const BurnResult& result)
+{
+    using enum BurnResult::Content;
+    switch (result.reason == BurnResult::Reason::Verification ? Erased : result.content) {
+    case Before:
+        return QStringLiteral("may have been erased");
+    case Erased:
+        return QStringLiteral("has no valid firmware");
+    case Written:
+        return QStringLiteral("holds firmware that was not verified");
+    case Verified:
+        return QStringLiteral("holds the firmware, verified");
+    }
+    return {};
+}
+
 } // namespace
 
 DeviceRun::DeviceRun(std::size_t number, const PortChoice& choice, const RunLimits& runLimits, RunOutput& runOutput)
@@ -203,23 +220,6 @@ void DeviceRun::logCondition()
     if ((job.task == BurnTask::Identify || job.task == BurnTask::Verify) && !job.resetAtEnd) {
         output.log(index, QStringLiteral("The bootloader of the device is in charge"));
     }
-}
-
-/// @return what can be said of the memory of a device whose erase has begun.
-QString contentText(const BurnResult& result)
-{
-    using enum BurnResult::Content;
-    switch (result.reason == BurnResult::Reason::Verification ? Erased : result.content) {
-    case Before:
-        return QStringLiteral("may have been erased");
-    case Erased:
-        return QStringLiteral("has no valid firmware");
-    case Written:
-        return QStringLiteral("holds firmware that was not verified");
-    case Verified:
-        return QStringLiteral("holds the firmware, verified");
-    }
-    return {};
 }
 
 RunReport DeviceRun::makeReport() const
