@@ -32,6 +32,8 @@ constexpr auto longestBurn = 60s;
 /// While blocks are written and read, a pass takes no longer, and leaves a block behind or a line in the log.
 constexpr auto longestPass = 1500ms;
 constexpr int maxErases = 3;
+/// A fault has no more lines in the log: one that lasts for two seconds, and what comes of it.
+constexpr int mostErrors = 12;
 /// The powerup delay of 3 s is a long row of pings, all alike. The host sleeps through most of it.
 constexpr int pingsOfDelay = 4;
 constexpr auto restOfDelay = 2400ms;
@@ -53,7 +55,8 @@ const std::vector<std::uint8_t> burned = [] {
     return memory;
 }();
 
-/// Bits that never become 0, in the second of the equal blocks and in the last block.
+/// Bits that never become 0, in the first block, in the second of the equal ones, and in the last.
+const StuckBit inFirst = {0x3101, 0};
 const StuckBit inTwin = {0x3301, 1};
 const StuckBit inLast = {0x3403, 0};
 
@@ -78,6 +81,7 @@ const std::vector<Setup> setups = {
     {"late echo", true, 40ms},
     {"late echo, bad end", true, 40ms, {inLast}},
     {"compare", false, 0ms, {}, BurnTask::Verify},
+    {"compare, bad start", false, 0ms, {inFirst}, BurnTask::Verify},
     {"compare, bad end", false, 0ms, {inLast}, BurnTask::Verify},
     {"late compare, bad twin", false, 110ms, {inTwin}, BurnTask::Verify},
     {"if needed, bad end", false, 0ms, {inLast}, BurnTask::BurnIfNeeded},
@@ -205,6 +209,8 @@ public:
             outcome.finding = "has erased or written what it was to compare";
         } else if (log.silentPasses > 0 || (failed && log.errors == 0)) {
             outcome.finding = "fails without a line";
+        } else if (log.errors > mostErrors * (1 + std::ssize(faults))) {
+            outcome.finding = "repeats itself too often";
         } else if (endless) {
             outcome.finding = "does not end";
         } else if (firstWrite &&
