@@ -325,8 +325,7 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
             if (otherDevice) {
                 return BootStatus::None;
             }
-        }
-        if (asksVersion || wasSeenWithin(exchangeTime)) {
+            // A status proves nothing here: it may be a stray one, or late.
             lastSeen = inFlight.firstProbe;
         }
         // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
