@@ -272,7 +272,10 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
     inFlight.request = frame;
     if (isAnswerTo(frame, status)) {
         unusableReplies = 0;
-        lastSeen = inFlight.firstSent;
+        // A status that comes after a longer time, as when this machine has slept, may be that of another device.
+        if (boot::wantsData(frame) || wasSeenWithin(exchangeTime)) {
+            lastSeen = inFlight.firstSent;
+        }
     } else {
         inFlight.cause = InFlight::Cause::Answer;
         const bool silence = status == BootStatus::None && !inFlight.debris;
@@ -304,7 +307,10 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
 {
     using Cause = InFlight::Cause;
     const bool concernsMemory = boot::concernsMemory(frame);
-    const auto wasSeenWithin = [this](std::chrono::milliseconds time) { return now() < lastSeen + time.count(); };
+    if (inFlight.cause == Cause::Nothing && !inFlight.request.empty() && concernsMemory &&
+        !wasSeenWithin(exchangeTime)) {
+        inFlight.cause = Cause::Answer;
+    }
     for (;;) {
         if (inFlight.cause == Cause::Nothing && couldTakeCopy(inFlight.request, frame)) {
             inFlight.cause = Cause::Copy;
@@ -334,6 +340,12 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
         const bool settled = isKnown && (inFlight.probes == 1 || asksVersion != boot::wantsData(frame));
         inFlight = {question, settled ? Cause::Nothing : Cause::Answer, inFlight.firstProbe};
     }
+}
+
+/// Whether the device that the client knows was on the line so short a time ago.
+bool BootloaderClient::wasSeenWithin(std::chrono::milliseconds time) const
+{
+    return now() < lastSeen + time.count();
 }
 
 /// A request whose answer cannot be taken for the one to `request`: the version, which noise can hardly imitate, or the

@@ -149,6 +149,7 @@ private:
     BootStatus transfer(const BootFrame& frame);
     void dropInput();
     std::optional<BootStatus> ensureInStep(const BootFrame& frame);
+    bool wasSeenWithin(std::chrono::milliseconds time) const;
     BootFrame questionUnlike(const BootFrame& request) const;
     BootStatus probe(const BootFrame& question, bool repeats);
     BootStatus awaitReply(std::chrono::milliseconds limit);
