@@ -1,14 +1,11 @@
 #include "app/MainDialog.h"
 
 #include "burn/BurnMessageEvent.h"
-#include "burn/BurnProgressEvent.h"
 #include "tests/burn/ScriptedDevice.h"
 
 #include <QApplication>
 #include <QDialogButtonBox>
 #include <QDropEvent>
-#include <QFileDialog>
-#include <QIcon>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -68,9 +65,11 @@ struct Window {
         type(file);
         QTest::mouseClick(start(), Qt::LeftButton);
     }
-    void send(MessageKind kind, const QString& text) const { send(BurnMessageEvent(kind, text)); }
-    void send(ProgressKind kind, int value) const { send(BurnProgressEvent(kind, value)); }
-    void send(QEvent&& event) const { QCoreApplication::sendEvent(dialog.get(), &event); }
+    void send(MessageKind kind, const QString& text) const
+    {
+        BurnMessageEvent event(kind, text);
+        QCoreApplication::sendEvent(dialog.get(), &event);
+    }
 
     ScriptedDevice device;
     std::unique_ptr<MainDialog> dialog;
@@ -97,39 +96,14 @@ class MainDialogTest : public QObject
     QString file = writeFirmware(folder.path(), {{0x3100, QByteArray(700, 'x')}});
 
 private Q_SLOTS:
-    void form()
-    {
-        QCoreApplication::setApplicationName("Tavimora");
-        QCoreApplication::setApplicationVersion("1.1");
-        QIcon::setThemeName("hicolor");
-        QIcon::setThemeSearchPaths({folder.path()});
-        const Window window;
-        QCOMPARE(QIcon::themeSearchPaths(), QStringList(folder.path()));
-        QCOMPARE(window.dialog->windowTitle(), "Tavimora v1.1");
-        QVERIFY(window.looks(true) && window.start()->isEnabled() && window.state() == "hidden");
-        QVERIFY(window.log()->isReadOnly());
-
-        QVERIFY(QTest::qWaitForWindowActive(window.dialog.get()));
-        QTest::keyClick(window.dialog.get(), Qt::Key_F, Qt::AltModifier);
-        QStringList order;
-        for (int i = 0; i < 7; ++i) {
-            const QWidget* widget = QApplication::focusWidget();
-            order += widget->objectName().isEmpty() ? widget->metaObject()->className() : widget->objectName();
-            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        }
-        QCOMPARE(order.join(' '), "eFilename btnBrowse QComboBox QToolButton textLog QPushButton QPushButton");
-        QTest::keyClick(window.dialog.get(), Qt::Key_S, Qt::AltModifier);
-        QCOMPARE(QApplication::focusWidget()->metaObject()->className(), "QComboBox");
-    }
-
     void goodBurn()
     {
         const Window window;
+        QVERIFY(window.looks(true) && window.start()->isEnabled() && window.state() == "hidden");
         window.burn(file);
         QVERIFY(window.looks(false) && !window.start()->isEnabled());
         QTRY_COMPARE(window.state(), "Delay");
         QVERIFY(window.start()->isEnabled());
-        QCOMPARE(window.bar()->maximum(), 3000);
         QTRY_VERIFY(window.bar()->value() > 1000);
         QTRY_VERIFY_WITH_TIMEOUT(window.looks(true), 30000);
         const QString log = window.log()->toPlainText();
@@ -187,81 +161,30 @@ private Q_SLOTS:
         QCOMPARE(window.device.requests, "vpe");
     }
 
-    void errorColour()
+    /// Lines stand at the end in formats of their own, whatever the reader has selected.
+    void log()
     {
         const Window window;
-        for (const int lightness : {255, 128, 127, 20}) {
+        QTextEdit& log = *window.log();
+        for (const int lightness : {127, 128}) {
             QPalette palette;
             palette.setColor(QPalette::Base, QColor(lightness, lightness, lightness));
             QApplication::setPalette(palette);
             QEvent themeChange(QEvent::ThemeChange);
             QApplication::sendEvent(window.dialog.get(), &themeChange);
-            window.log()->clear();
-            window.burn(file + ".none");
-            QTRY_VERIFY(window.looks(true));
-            QCOMPARE(window.log()->toPlainText(), "Can't open input file. No such file or directory");
-            QVERIFY2(window.log()->toHtml().contains(lightness < 128 ? "color:#ef5350" : "color:#c62828"),
-                qPrintable(QString::number(lightness)));
-            QCOMPARE(window.state(), "hidden");
-        }
-    }
-
-    void events()
-    {
-        const Window window;
-        using Kind = ProgressKind;
-        window.send(MessageKind::Log, "<b>bold</b> %1");
-        window.send(MessageKind::Error, "<u>100%1</u>");
-        window.send(MessageKind(9), "nothing");
-        window.send(MessageKind::Status, "State");
-        for (const auto& [kind, value] : {std::pair{Kind::Maximum, 20}, {Kind::Minimum, 10}, {Kind::Value, 15},
-                 {Kind::Value, 21}, {Kind(9), 16}, {Kind::Enabled, 0}}) {
-            window.send(kind, value);
-        }
-        QCOMPARE(window.log()->toPlainText(), "bold %1\n100%1");
-        QVERIFY(window.log()->toHtml().contains("underline"));
-        QCOMPARE(window.bar()->value(), 15);
-        QCOMPARE(window.state(), "State");
-        QVERIFY(!window.start()->isEnabled() && window.close()->isEnabled());
-        window.send(MessageKind::Status, "");
-        window.send(Kind::Enabled, -1);
-        QVERIFY(window.state() == "hidden" && window.start()->isEnabled());
-    }
-
-    void logOfAReader()
-    {
-        const Window window;
-        for (int i = 0; i < 40; ++i) {
-            window.send(MessageKind::Log, QString::number(i));
-        }
-        window.send(MessageKind::Error, "<b>wrong</b>");
-        QTextEdit& log = *window.log();
-        QVERIFY(log.find("wrong", QTextDocument::FindBackward));
-        for (const QString text : {"plain", "<i>rich</i> text"}) {
+            log.clear();
+            window.send(MessageKind::Log, QString("<p>%1</p>").repeated(40));
+            window.send(MessageKind::Error, "<b>%1 wrong</b>");
+            QVERIFY(log.find("wrong", QTextDocument::FindBackward));
             log.verticalScrollBar()->setValue(0);
-            window.send(MessageKind::Log, text);
+            window.send(MessageKind::Log, "plain");
             QCOMPARE(log.verticalScrollBar()->value(), log.verticalScrollBar()->maximum());
             QCOMPARE(log.textCursor().selectedText(), "wrong");
             QTextCursor end(log.document());
             end.movePosition(QTextCursor::End);
             QCOMPARE(end.charFormat().foreground(), QBrush());
-            QCOMPARE(end.charFormat().fontWeight(), QTextCharFormat().fontWeight());
-        }
-        QVERIFY(log.toPlainText().endsWith("\n39\nwrong\nplain\nrich text"));
-    }
-
-    void browsing()
-    {
-        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
-        const Window window;
-        for (const bool accept : {false, true}) {
-            QTimer::singleShot(200, this, [&] {
-                auto* browser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
-                browser->findChild<QLineEdit*>("fileNameEdit")->setText(file);
-                static_cast<QDialog*>(browser)->done(accept);
-            });
-            QTest::mouseClick(window.find<QWidget>("btnBrowse"), Qt::LeftButton);
-            QCOMPARE(window.find<QLineEdit>("eFilename")->text(), accept ? file : QString());
+            QVERIFY(log.toHtml().contains(lightness < 128 ? "color:#ef5350" : "color:#c62828"));
+            QVERIFY(log.toPlainText().endsWith("\n%1\n%1 wrong\nplain"));
         }
     }
 

@@ -313,11 +313,20 @@ private:
     std::map<QString, std::pair<int, QString>> shortest;
 };
 
-/// Whether a fault at this request can lead to anything new: pings are all alike but for the first and the last.
-bool matters(const std::vector<Place>& requests, std::size_t index)
+/// The faults that the requests of a burn can have, each with the index of its request. Pings are all alike but for the
+/// first and the last of a row.
+std::vector<std::pair<std::size_t, PlacedFault>> faultsFrom(std::size_t from, const std::vector<Place>& requests)
 {
     const auto isPing = [&](std::size_t at) { return at < requests.size() && requests[at].first == RequestKind::Ping; };
-    return !isPing(index) || !isPing(index - 1) || !isPing(index + 1);
+    std::vector<std::pair<std::size_t, PlacedFault>> faults;
+    for (std::size_t i = from; i < requests.size(); ++i) {
+        if (!isPing(i) || !isPing(i - 1) || !isPing(i + 1)) {
+            for (const PlacedFault& fault : possibleFaults(requests[i])) {
+                faults.emplace_back(i, fault);
+            }
+        }
+    }
+    return faults;
 }
 
 /// Makes the burn with `faults`, and all those with up to `more` faults behind them.
@@ -326,16 +335,13 @@ void explore(
 {
     const Outcome outcome = explorer.burn(setup, faults);
     findings.note(setup, outcome, toText(setup, faults), static_cast<int>(faults.size()));
-    const bool over = !faults.empty() && faults.back().fault == Fault::HangUp;
-    for (std::size_t i = from; i < outcome.requests.size() && more > 0 && !over; ++i) {
-        if (!matters(outcome.requests, i)) {
-            continue;
-        }
-        for (const PlacedFault& fault : possibleFaults(outcome.requests[i])) {
-            Faults longer = faults;
-            longer.push_back(fault);
-            explore(explorer, setup, longer, i + 1, more - 1, findings);
-        }
+    if (more == 0 || faults.back().fault == Fault::HangUp) {
+        return;
+    }
+    for (const auto& [index, fault] : faultsFrom(from, outcome.requests)) {
+        Faults longer = faults;
+        longer.push_back(fault);
+        explore(explorer, setup, longer, index + 1, more - 1, findings);
     }
 }
 
@@ -397,15 +403,8 @@ void exploreAll(const QString& folder, int depth, const QString& only, Findings&
         Explorer first(folder);
         const Outcome plain = first.burn(setup, {});
         findings.note(setup, plain, toText(setup, {}), 0);
-        std::vector<std::pair<std::size_t, PlacedFault>> starts;
-        for (std::size_t i = 0; i < plain.requests.size() && depth > 0; ++i) {
-            if (matters(plain.requests, i)) {
-                for (const PlacedFault& fault : possibleFaults(plain.requests[i])) {
-                    starts.emplace_back(i, fault);
-                }
-            }
-        }
-        share(starts.size(), folder, [&](Explorer& explorer, std::size_t number) {
+        const auto starts = faultsFrom(0, plain.requests);
+        share(depth > 0 ? starts.size() : 0, folder, [&](Explorer& explorer, std::size_t number) {
             const auto& [index, fault] = starts[number];
             explore(explorer, setup, {fault}, index + 1, depth - 1, findings);
         });

@@ -31,14 +31,12 @@ private Q_SLOTS:
             {"/dev/ttyUSB0 A:1", "/dev/ttyUSB1 B2"});
         row("several fit", {"usb:0403:6001"}, {},
             R"(several ports fit "usb:0403:6001": "/dev/ttyUSB0", "/dev/ttyUSB1")");
-        row("none fits", {"usb:0403:6002"}, {}, R"(no port fits "usb:0403:6002")");
         row("none with this serial number", {"usb:0403:6001:b2"}, {}, R"(no port fits "usb:0403:6001:b2")");
         const QString form = " is not usb:VID:PID or usb:VID:PID:SERIAL, with ids in hexadecimal digits";
         for (const QString text : {"usb:", "usb:0403", "usb:0403:", "usb:10403:6001", "usb:x:y", "usb:0403:6001:"}) {
             row(text.toLatin1(), {text}, {}, '"' + text + '"' + form);
         }
         row("empty", {""}, {}, "the name of a port is empty");
-        row("twice", {"/dev/ttyS0", "/dev/ttyS0"}, {}, R"("/dev/ttyS0" and "/dev/ttyS0" are the same port)");
         row("twice, once as an adapter", {"usb:2341:0043", "/dev/ttyACM0"}, {},
             R"("usb:2341:0043" and "/dev/ttyACM0" are the same port)");
     }

@@ -26,7 +26,7 @@ QByteArray cutFile(const QByteArray& text)
 
 QByteArray sparseFile()
 {
-    const Runs runs = {{0x100, "\xAB\xCD"}, {0x2FE, "\xAB\xCD"}};
+    const Runs runs = {{0x100, "\xAB\xCD"}, {0x300, QByteArray("\xAB\xCD").repeated(515)}};
     return fwpack::makePackage({2, "", "", 57600, 1}, hexText(runs))
         .replace("baudrate", "speed")
         .replace(": 2,", ": 66304,");
@@ -59,27 +59,19 @@ private Q_SLOTS:
             {"device:   0x0300 (given as 66304, of which the low 16 bits count)", "version:  \"\"",
                 "baudrate: 57600 (not given)", "link:     1 (the line echoes what is sent)",
                 "range:    0x0100 to 0x0101, 2 bytes in 1 block: 2",
-                "range:    0x02FE to 0x02FF, 2 bytes in 1 block: 2", "total:    4 bytes in 2 blocks, 2 ranges"},
+                "range:    0x0300 to 0x0705, 1030 bytes in 3 blocks: 2 x 512, 6",
+                "total:    1032 bytes in 4 blocks, 2 ranges",
+                "time:     about 0.4 s on the line, to write and to read back"},
             {});
-        row("up to the last address", packed(hexText(Runs{{0xFDFC, "start"}, {0xFE05, QByteArray(507, 'd')}}), 9600), 0,
-            {"range:    0xFDFC to 0xFFFF, 516 bytes in 2 blocks: 6, 510",
-                "time:     about 1.1 s on the line, to write and to read back"},
-            {});
-        row("equal blocks", packed(hexText(Runs{{0, QByteArray(1030, 'd')}})), 0,
-            {"range:    0x0000 to 0x0405, 1030 bytes in 3 blocks: 2 x 512, 6"}, {});
         row("out of reach", packed(hexText(Runs{{0xFFFE, "dddd"}})), 1, {},
             {"a burn refuses the file: data at 0x10000 lies above 0xFFFF"});
         row("no speed", packed(data + end, 0), 1, {"baudrate: 0"},
             {"a burn refuses the file: no line has a speed of 0"});
         row("no data", packed(end), 0, {"total:    0 bytes in 0 blocks, 0 ranges"},
             {"warning: holds no data: a burn would erase the device and write nothing"});
-        row("unknown record type", packed(":00000005FB\n" + data + end), 0, {},
-            {"warning: Intel HEX: line:0001 unsupported type: 0x05"});
         row("cut at the end of a record", cutFile(data.repeated(4)), 0, {},
             {"warning: Intel HEX: no end-of-file record: the file may be cut short",
                 "warning: padding: no marker 0x80 at the end: cut short, damaged, or of another key"});
-        row("bad record", packed(":0001"), 1, {},
-            {"does not load: Wrong firmware file", "Intel HEX: line:0001 too short"});
         row("another key", R"({"header": {}, "image": "AAAAAAAAAAAAAAAAAAAAAA=="})", 1, {},
             {"does not load: Wrong firmware file", "Intel HEX: line:0001 is not intel-hex",
                 "decryption: byte 2 of the text is none of Intel HEX, in cipher block 1 of 1: another key, or damaged",
@@ -118,8 +110,8 @@ private Q_SLOTS:
         QVERIFY(write(file, sparseFile()));
         const QByteArray expected = R"({"file": "%1", "device": 768, "version": "", "target": "", "baudrate": 57600,
             "link": 1, "notes": {"device": "given as 66304, of which the low 16 bits count", "baudrate": "not given"},
-            "ranges": [{"first": 256, "last": 257, "blocks": [2]}, {"first": 766, "last": 767, "blocks": [2]}],
-            "bytes": 4, "blocks": 2, "seconds": 0.001388888888888889, "warnings": [], "errors": []})";
+            "ranges": [{"first": 256, "last": 257, "blocks": [2]}, {"first": 768, "last": 1797, "blocks": [512,512,6]}],
+            "bytes": 1032, "blocks": 4, "seconds": 0.35833333333333334, "warnings": [], "errors": []})";
         const auto parsed = [](const QByteArray& text) { return QJsonDocument::fromJson(text).toJson(); };
         QCOMPARE(parsed(run(TAVIMORA_CLI, {"show", "--json", file}).out),
             parsed(QByteArray(expected).replace("%1", file.toUtf8())));

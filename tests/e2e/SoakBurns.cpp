@@ -256,10 +256,8 @@ int main(int argc, char** argv)
         }
         QThread::sleep(1); // a thread that has ended is still listed for a moment
         const Resources used;
-        QFile pages("/proc/self/statm");
-        const auto resident = pages.open(QIODevice::ReadOnly) ? pages.readAll().split(' ').value(1).toLong() : 0;
-        std::printf("after %llu burns: %td descriptors, %td threads, %zu bytes of heap in use, %ld pages resident\n",
-            static_cast<unsigned long long>(next - first), used.descriptors, used.threads, used.heap, resident);
+        std::printf("after %llu burns: %td descriptors, %td threads, %zu bytes of heap in use\n",
+            static_cast<unsigned long long>(next - first), used.descriptors, used.threads, used.heap);
         return used;
     };
     for (int i = 0; i < longestQueue; ++i) {

@@ -1,12 +1,8 @@
 #include "tests/e2e/SimulatedDevice.h"
-#include "tests/support/IntelHex.h"
-#include "tools/fwpack/Package.h"
 
 #include <QDir>
 #include <QRegularExpression>
 #include <QTest>
-
-#include <map>
 
 /// What is special to the console program TAVIMORA_WINDOWS_CLI for Windows, on Wine. EndToEndTest burns with it.
 class WineTest : public QObject
@@ -32,10 +28,7 @@ private Q_SLOTS:
         if (program.isEmpty()) {
             QSKIP("script/windows test runs this on Wine");
         }
-        const std::map<quint32, QByteArray> image = {{0x3100, QByteArray(512, 'x')}};
-        const fwpack::PackageHeader header = {
-            .device = 0x0300, .version = "1", .target = "e2e", .baudrate = 115200, .link = 0};
-        QVERIFY(write(firmwareFile, fwpack::makePackage(header, hexText(image))));
+        QVERIFY(writeFirmware(firmwareFile, {{0x3100, "x"}}, 115200));
     }
 
     void listsThePortsOfTheRegistry()
