@@ -17,16 +17,10 @@ private Q_SLOTS:
         row("gap of four at an even address", "100:6d 10A:6d", "100+6 10A+6");
         row("gap of four at an odd address", "100:5d 109:7d", "100+6 106+10");
         row("gap across lines", "100:14d 112:14d", "100+14 110+16");
-        row("four leading unused bytes", "114:3d", "114+4");
-        row("odd start", "115:3d", "114+4");
-        row("one byte at an odd address", "101:1d", "100+2");
-        row("odd end of the image", "120:11d", "120+12");
-        row("gap behind a full block", "0:510d 200:6d", "0+512 200+6");
         row("limit regardless of content", "0:1100d", "0+512 200+512 400+76");
         row("unused bytes behind the last burn address", "FDFC:5d FE05:507d", "FDFC+6 FE02+510");
         row("across the last burn address", "FDFC:5d FE05:515d", "FDFC+6 FE02+510 10000+8");
         row("top byte and low data", "0:4d FFFFFFFF:1d", "0+4 FFFFFFFE+2");
-        row("full block across the top", "FFFFFE04:508d", "FFFFFE04+508");
     }
 
     void cutsBlocks()

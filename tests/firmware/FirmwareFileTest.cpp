@@ -30,26 +30,17 @@ private Q_SLOTS:
         row("no object", header("768"), plain);
         row("device of more than 16 bits", header("{'device': 66304}"), "768|||57600|0|16:01020304");
         row("other types", header("{'device': '768', 'version': 1, 'baudrate': '9600', 'link': true}"), plain);
-        row("fractions", header("{'device': 768.5, 'baudrate': 9600.1, 'link': 0.1}"), plain);
-        row("beyond 32 bits", header("{'device': 4294968064, 'baudrate': 2147483648}"), plain);
-        row("empty file", QByteArray(), "illegal value");
+        row("no 32 bits", header("{'device': 4294968064, 'baudrate': 9600.1, 'link': 0.1}"), plain);
         row("cut off", good.chopped(9), "unterminated string");
-        row("no UTF-8", good.chopped(2) + '\xFF', "invalid UTF8 string");
-        row("deep nesting", QByteArray(5000, '['), "too deeply nested document");
-        row("array", "[" + good + "]", format);
         row("no header", QByteArray(good).replace("header", "Header"), format);
-        row("no image", QByteArray(good).replace("image", "Image"), format);
         row("image is no string", QByteArray(good).replace("\"image\": ", "\"image\": 1, \"x\": "), format);
-        row("image of 15 bytes", image(15), format);
+        row("image of 0 bytes", image(0), format);
         row("image of 17 bytes", image(17), format);
-        row("image of 16 bytes", image(16), wrong);
         row("padding only", package(padded("")), "0|||57600|0|0:");
         row("line breaks and junk", QByteArray(good).replace("\": \"", "\": \"=\\r\\n -_\u00e9\\u0141"), plain);
         row("another key", wrapped(encrypted("AES-128-ECB", "0123456789abcdef", {}, padded(goodText))), wrong);
         row("no padding", package(goodText.repeated(16)), plain);
         row("two markers", package(padded(goodText + '\x80')), wrong);
-        row("blank line", package(padded(goodText + '\n')), wrong);
-        row("unknown record type", package(padded(hexRecord(9, 0, ""))), "0|||57600|0|0:");
     }
 
     void readsTheContent()
@@ -83,7 +74,6 @@ private Q_SLOTS:
 #ifdef Q_OS_LINUX
         QCOMPARE(mkfifo(qPrintable(folder.filePath("fifo")), 0600), 0);
         QCOMPARE(errorOf(folder.filePath("fifo")), QString("Not a regular file"));
-        QCOMPARE(errorOf("/dev/zero"), QString("Not a regular file"));
         QCOMPARE(errorOf("/proc/self/mem"), QString("Input/output error"));
 #endif
     }

@@ -7,20 +7,17 @@ class QAESEncryptionTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    /// Those of FIPS 197: appendix B, and C.1 to C.3.
+    /// Those of FIPS 197, C.1 to C.3.
     void decryptsPublishedVectors()
     {
         const QByteArray counting = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
         const QByteArray example = "00112233445566778899aabbccddeeff";
-        const std::tuple<QByteArray, QByteArray, const char*> table[] = {
-            {"2b7e151628aed2a6abf7158809cf4f3c", "3243f6a8885a308d313198a2e0370734",
-                "3925841d02dc09fbdc118597196a0b32"},
-            {counting.first(32), example, "69c4e0d86a7b0430d8cdb78070b4c55a"},
-            {counting.first(48), example, "dda97ca4864cdfe06eaf70a0ec0d7191"},
-            {counting, example, "8ea2b7ca516745bfeafc49904b496089"}};
-        for (const auto& [key, plain, cipher] : table) {
-            QAESEncryption aes(QAESEncryption::Level(key.size() / 16 - 2), QAESEncryption::Ecb, QAESEncryption::Zero);
-            QCOMPARE(aes.decode(QByteArray::fromHex(cipher), QByteArray::fromHex(key), {}).toHex(), plain);
+        const char* const ciphers[] = {
+            "69c4e0d86a7b0430d8cdb78070b4c55a", "dda97ca4864cdfe06eaf70a0ec0d7191", "8ea2b7ca516745bfeafc49904b496089"};
+        for (int level = 0; level < 3; ++level) {
+            const QByteArray key = QByteArray::fromHex(counting).first(16 + 8 * level);
+            QAESEncryption aes(QAESEncryption::Level(level), QAESEncryption::Ecb, QAESEncryption::Zero);
+            QCOMPARE(aes.decode(QByteArray::fromHex(ciphers[level]), key, {}).toHex(), example);
         }
     }
 
@@ -60,7 +57,6 @@ private Q_SLOTS:
             (QList<qsizetype>{2, 1, 1, 4, 2}));
         QCOMPARE(lengths(QAESEncryption::Pkcs7, {"410000FF03", "4103", count90, ""}), (QList<qsizetype>{2, 2, 101, 0}));
         QCOMPARE(lengths(QAESEncryption::Zero, {"41004100", "0000"}), (QList<qsizetype>{3, 0}));
-        QCOMPARE(lengths(QAESEncryption::Padding(3), {"41800000"}), (QList<qsizetype>{4}));
     }
 };
 

@@ -32,16 +32,6 @@ private Q_SLOTS:
             QVERIFY2(parseSerialNumber(identifier) == expected, qPrintable(QString::fromStdU16String(identifier)));
         }
     }
-
-    void names()
-    {
-        for (const char16_t* name : {u"", u"LPT", u"XLPT1"}) {
-            QVERIFY(!isPortNameAdmitted(name));
-        }
-        for (const char16_t* name : {u"lpt1", u"LP", u"LpT1", u"COM3"}) {
-            QVERIFY(isPortNameAdmitted(name));
-        }
-    }
 };
 
 QTEST_APPLESS_MAIN(PortRulesTest)

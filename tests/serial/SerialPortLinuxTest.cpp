@@ -96,6 +96,7 @@ private Q_SLOTS:
             QCOMPARE(during.c_iflag | during.c_oflag | during.c_lflag, unsigned(IGNBRK));
             QCOMPARE(modemLines, TIOCM_CTS | (settings.dtrEnabled ? TIOCM_DTR : 0));
             QCOMPARE(driver.flags, 1 << ASYNCB_SPD_HI | 1 << ASYNCB_LOW_LATENCY);
+            QVERIFY(::flock(terminal.get(), LOCK_EX | LOCK_NB) != 0);
             port.close();
             QCOMPARE(ioctl(terminal.get(), TCGETS2, &after), 0);
             QCOMPARE(std::memcmp(&after, &before, sizeof after), 0);

@@ -32,7 +32,6 @@ int main(int argc, char** argv)
     return runSerialPortContract(argc, argv,
         {.makePort = [](const PortSettings& settings) { return std::make_unique<SerialPortWin>(settings); },
             .makeLine = [] { return std::make_unique<ComLine>(); },
-            .notAPort = "NUL",
-            .namesReachOtherProcesses = false});
+            .notAPort = "NUL"});
 }
 #endif

@@ -30,17 +30,13 @@ struct ContractSubject {
     std::function<std::unique_ptr<TestLine>()> makeLine;
     /// Name of something that exists and is no port.
     std::string notAPort;
-    /// A second process can open `TestLine::portName`, which it does by running this executable once more.
-    bool namesReachOtherProcesses = true;
     /// `write` lasts as long as the bytes take on the line.
     bool writeTakesLineTime = true;
-    /// On Wine a line takes bytes at any rate, an open port can be opened again, and a read may take a moment although
-    /// the bytes are there.
+    /// On Wine an open port can be opened again, and a read may take a moment although the bytes are there.
     bool onWine = false;
 };
 
-/// The `main` of an executable that finds out whether the subject does what every `SerialPort` has to do. It also plays
-/// the second process, which holds a port.
+/// The `main` of an executable that finds out whether the subject does what every `SerialPort` has to do.
 ///
 /// With TAVIMORA_TEST_PORTS=NAME,NAME the tests run on these two connected ports instead of the lines of the subject,
 /// leaving out what needs a far end that can be pulled out or that takes no bytes.

@@ -1,8 +1,9 @@
 #include "tools/devicesim/DeviceSim.h"
 
+#include "tests/support/Program.h"
+
 #include <QFileInfo>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -135,59 +136,36 @@ private Q_SLOTS:
         QCOMPARE(device.report().hungUp, conversation->hangsUp);
     }
 
-    // Exclusive use outlasts a host that is killed, for as long as the device holds the line.
-    void killedHost()
-    {
-        DeviceSim device;
-        QVERIFY2(device.start(), device.errorString().c_str());
-        const auto isExclusive = [&] {
-            int exclusive = 0;
-            const Host other(device.portName());
-            return !other.line.isValid() || ::ioctl(other.line.get(), TIOCGEXCL, &exclusive) != 0 || exclusive != 0;
-        };
-        Host host(device.portName());
-        QVERIFY(::ioctl(host.line.get(), TIOCEXCL) == 0 && isExclusive());
-        host.line.reset();
-        QTRY_VERIFY(!isExclusive());
-    }
-
     void program()
     {
         const QTemporaryDir folder;
-        const QString link = folder.filePath("serial/devicesim");
-        QFile memory(folder.filePath("memory")), report(folder.filePath("report"));
-        QVERIFY(memory.open(QIODevice::ReadWrite) && memory.write("\x12", 1) == 1 && memory.flush());
-        qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
-        QProcess device;
-        device.setProcessChannelMode(QProcess::MergedChannels);
-        const auto isAnswered = [&](const QStringList& arguments, int status, const QString& text) {
-            device.start(DEVICESIM_PROGRAM, arguments);
-            return device.waitForFinished(10000) && device.exitCode() == status &&
-                   device.readAll().contains(text.toUtf8());
-        };
+        const QString memory = folder.filePath("memory"), report = folder.filePath("report");
+        const QString port = folder.filePath("port");
         for (const QString fault : {"bogus", "drop:1.1", "drop:nan", "stuck-bit:65536", "stuck-bit:0.8", "drop:1@ping",
                  "late@ping.0", "late@ping.", "late:1e9@ping", "late@pong", "lose@ping", "late-start:x"}) {
-            QVERIFY2(isAnswered({"--fault", fault}, 2, fault), qPrintable(fault));
+            const Answer answer = run(DEVICESIM_PROGRAM, {"--fault", fault});
+            QVERIFY2(answer.status == 2 && answer.error.contains(fault.toUtf8()), qPrintable(fault));
         }
-        QVERIFY(isAnswered({"--fault", "drop", "--fault", "drop"}, 2, "'drop' is there twice"));
-        QVERIFY(isAnswered({"--link", memory.fileName()}, 1, memory.fileName()));
-        QVERIFY(isAnswered({"--wrong"}, 2, "'wrong'") && isAnswered({"--version"}, 0, "devicesim 1."));
-        QVERIFY(isAnswered({"--help"}, 0, "Random seed of the faults (default 1)."));
-        QVERIFY(QDir(folder.path()).mkdir("serial") && QFile::link("/dev/pts/99999", link)); // left by a killed one
-        device.start(DEVICESIM_PROGRAM, {"--once", "--memory", memory.fileName(), "--report", report.fileName()});
-        QVERIFY(device.waitForReadyRead(10000) && device.readAll().contains(link.toLocal8Bit()));
-        QVERIFY(Host(link.toStdString()).send(writeWords + reset));
-        QVERIFY(device.waitForFinished(10000) && device.exitCode() == 0 && !QFileInfo(link).isSymLink());
-        memory.close();
-        QVERIFY(memory.open(QIODevice::ReadOnly) && report.open(QIODevice::ReadOnly));
+        QVERIFY(write(memory, "\x12"));
+        QCOMPARE(run(DEVICESIM_PROGRAM, {"--link", memory}).status, 1);
+        QVERIFY(QFile::link("/dev/pts/99999", port)); // left by one that was killed
+        QProcess device;
+        device.start(DEVICESIM_PROGRAM, {"--once", "--link", port, "--memory", memory, "--report", report});
+        QVERIFY(device.waitForReadyRead(programLimitMs));
+        // Exclusive use outlasts a host that is killed, for as long as the device holds the line.
+        QCOMPARE(::ioctl(Host(port.toStdString()).line.get(), TIOCEXCL), 0);
+        const auto isServed = [&] {
+            int exclusive = 0;
+            const Host host(port.toStdString());
+            return ::ioctl(host.line.get(), TIOCGEXCL, &exclusive) == 0 && exclusive == 0 &&
+                   host.send(writeWords + reset);
+        };
+        QTRY_VERIFY(isServed());
+        QVERIFY(answerOf(device).status == 0 && !QFileInfo(port).isSymLink());
         const QByteArray expected = QByteArray("\x12").leftJustified(0x3100, '\xFF') + "\x11\x22\x33";
-        QCOMPARE(memory.readAll(), expected.leftJustified(0x10000, '\xFF'));
-        const QJsonObject seen = QJsonDocument::fromJson(report.readAll()).object();
+        QCOMPARE(contentOf(memory), expected.leftJustified(0x10000, '\xFF'));
+        const QJsonObject seen = QJsonDocument::fromJson(contentOf(report)).object();
         QVERIFY(seen["resets"] == 1 && seen["requestCounts"]["write"] == 1 && seen["memory"]["lastUsed"] == "0x3102");
-        device.start(DEVICESIM_PROGRAM, {"--verbose"});
-        QVERIFY(device.waitForReadyRead(10000) && QFileInfo(link).isSymLink());
-        device.terminate();
-        QVERIFY(device.waitForFinished(10000) && device.exitCode() == 0 && !QFileInfo(link).isSymLink());
     }
 };
 
