@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QDialogButtonBox>
 #include <QDropEvent>
+#include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -185,6 +186,21 @@ private Q_SLOTS:
             QCOMPARE(end.charFormat().foreground(), QBrush());
             QVERIFY(log.toHtml().contains(lightness < 128 ? "color:#ef5350" : "color:#c62828"));
             QVERIFY(log.toPlainText().endsWith("\n%1\n%1 wrong\nplain"));
+        }
+    }
+
+    void browsing()
+    {
+        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
+        const Window window;
+        for (const bool accept : {false, true}) {
+            QTimer::singleShot(200, this, [&] {
+                auto* browser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+                browser->findChild<QLineEdit*>("fileNameEdit")->setText(file);
+                static_cast<QDialog*>(browser)->done(accept);
+            });
+            QTest::mouseClick(window.find<QWidget>("btnBrowse"), Qt::LeftButton);
+            QCOMPARE(window.find<QLineEdit>("eFilename")->text(), accept ? file : QString());
         }
     }
 

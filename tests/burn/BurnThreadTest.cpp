@@ -83,25 +83,10 @@ QStringList error(const QString& text, const Block& block)
     return {"error " + text + ' ' + block.inMessages};
 }
 
-QStringList dirty(const Block& block)
-{
-    return error("Found bad memory block", block);
-}
-
-QStringList unwritten(const Block& block)
-{
-    return error("Error while writing memory block", block);
-}
-
-QStringList unread(const Block& block)
-{
-    return error("Error while verifying", block);
-}
-
-QStringList differs(const Block& block)
-{
-    return error("Data no match", block);
-}
+const auto dirty = [](const Block& block) { return error("Found bad memory block", block); };
+const auto unwritten = [](const Block& block) { return error("Error while writing memory block", block); };
+const auto unread = [](const Block& block) { return error("Error while verifying", block); };
+const auto differs = [](const Block& block) { return error("Data no match", block); };
 
 QStringList times(int count, const QStringList& lines)
 {
