@@ -90,8 +90,10 @@ QString RecordFile::append(const QByteArray& line)
         text.prepend('\n');
     }
     // Windows writes where the last reading left off, even to a file that was opened for appending.
-    if (!file.seek(before) || file.write(text) != text.size()) {
-        QString problem = file.errorString();
+    const qint64 written = file.seek(before) ? file.write(text) : -1;
+    if (written != text.size()) {
+        // A write that ends early sets no error.
+        QString problem = written < 0 ? file.errorString() : QStringLiteral("there is no room for the whole line");
         file.resize(before);
         return problem;
     }
