@@ -29,8 +29,12 @@ constexpr std::chrono::milliseconds probeLimit{300};
 /// So long after the last request that the device has answered it may have been pulled off the line.
 constexpr std::chrono::milliseconds pullTime{500};
 
-/// What answers within this time after that request is the same device: to exchange it takes longer.
+/// What has answered each request since, and answers within this time after that one, is the same device: to exchange
+/// it takes longer.
 constexpr std::chrono::milliseconds exchangeTime{1900};
+
+/// So much longer than the answer to one question may that to the next take, on the same line.
+constexpr std::chrono::milliseconds latenessVaries{150};
 
 // What ping asks about: one word at the end of the address space, which every device has.
 constexpr std::uint16_t pingAddress = 0xFFF0;
@@ -145,7 +149,11 @@ bool BootloaderClient::open(const std::string& portName, std::uint32_t baudRate)
     inFlight = {};
     unusableReplies = 0;
     otherDevice = false;
+    isDoubted = false;
     lastSeen = now();
+    // On a slow line a question and the silence behind it take two read limits.
+    const std::uint32_t longer = limitFor(baudRate, readLimitMs) - readLimitMs;
+    knownFor = exchangeTime + 2 * std::chrono::milliseconds(longer);
     return port->open();
 }
 
@@ -273,11 +281,13 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
     if (isAnswerTo(frame, status)) {
         unusableReplies = 0;
         // A status that comes after a longer time, as when this machine has slept, may be that of another device.
-        if (boot::wantsData(frame) || wasSeenWithin(exchangeTime)) {
+        if (boot::wantsData(frame) || wasSeenWithin(knownFor)) {
             lastSeen = inFlight.firstSent;
         }
+        isDoubted = isDoubted && boot::commandOf(frame.front()) != BootCommand::CmdGetVersion;
     } else {
         inFlight.cause = InFlight::Cause::Answer;
+        isDoubted = true;
         const bool silence = status == BootStatus::None && !inFlight.debris;
         unusableReplies = silence ? 0 : unusableReplies + 1;
     }
@@ -300,15 +310,17 @@ BootStatus BootloaderClient::transfer(const BootFrame& frame)
 /// A repeat of the request that is without its answer is sent at once. That is not only allowed, since any reply to it
 /// will do, but necessary: the repeats use up the late replies, and a line with a long delay would never get in step
 /// otherwise. Only what changes the memory or tells what is in it is not repeated without a question when the device
-/// has been silent for so long that it may be another one by now, and not sent before a known one has answered.
+/// has been silent for so long that it may be another one by now, and not sent before a known one has answered. A
+/// device that has left a request without an answer is known again when it has told its version.
 /// @return nothing if `frame` may be sent. Otherwise the exchange ends with this status: `None` if the probe was not
 /// answered, or by another device; or the late answer to `frame`, if that came instead.
 std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
 {
     using Cause = InFlight::Cause;
+    using std::chrono::milliseconds;
     const bool concernsMemory = boot::concernsMemory(frame);
-    if (inFlight.cause == Cause::Nothing && !inFlight.request.empty() && concernsMemory &&
-        !wasSeenWithin(exchangeTime)) {
+    const auto isKnown = [&] { return !concernsMemory || (!isDoubted && wasSeenWithin(knownFor)); };
+    if (inFlight.cause == Cause::Nothing && !inFlight.request.empty() && !isKnown()) {
         inFlight.cause = Cause::Answer;
     }
     for (;;) {
@@ -322,10 +334,15 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
         const BootFrame question = questionUnlike(inFlight.request);
         const bool asksVersion = boot::wantsData(question);
         const BootStatus status = probe(question, repeats);
-        if (status == BootStatus::None || (repeats && isAnswerTo(frame, status))) {
+        if (status == BootStatus::None) {
+            isDoubted = isDoubted || now() >= inFlight.firstProbe + (inFlight.lateness + latenessVaries).count();
+            return status;
+        }
+        if (repeats && isAnswerTo(frame, status)) {
             return status;
         }
         if (asksVersion) {
+            isDoubted = false;
             takeIdentity();
             otherDevice = expectedDevice && deviceId != *expectedDevice;
             if (otherDevice) {
@@ -336,9 +353,9 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
         }
         // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
         // answer to `frame`; otherwise they are the replies to wait for.
-        const bool isKnown = !concernsMemory || wasSeenWithin(exchangeTime);
-        const bool settled = isKnown && (inFlight.probes == 1 || asksVersion != boot::wantsData(frame));
-        inFlight = {question, settled ? Cause::Nothing : Cause::Answer, inFlight.firstProbe};
+        const bool settled = isKnown() && (inFlight.probes == 1 || asksVersion != boot::wantsData(frame));
+        const milliseconds lateness(asksVersion ? now().deadline() - inFlight.firstProbe.deadline() : 0);
+        inFlight = {question, settled ? Cause::Nothing : Cause::Answer, inFlight.firstProbe, lateness};
     }
 }
 
@@ -372,7 +389,8 @@ BootStatus BootloaderClient::probe(const BootFrame& question, bool repeats)
     if ((inFlight.probes == 0 && !copyOnly && !repeats) || echoOn || inFlight.debris) {
         dropInput();
     }
-    if (inFlight.probes == 0) {
+    if (inFlight.question != question) {
+        inFlight.question = question;
         inFlight.firstProbe = now();
     }
     ++inFlight.probes;

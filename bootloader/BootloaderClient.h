@@ -129,8 +129,11 @@ private:
         /// When `request` was sent, the first time if it was repeated: what answers it was there at that time, or
         /// later.
         QDeadlineTimer firstSent = {};
+        /// How late the answer came if `request` asked for the version. That the next answer is as late tells nothing.
+        std::chrono::milliseconds lateness{0};
         int probes = 0;
-        /// The same of the probes.
+        /// What the last of the probes asked, and when it was first asked.
+        BootFrame question = {};
         QDeadlineTimer firstProbe = {};
         /// The input queue may hold the rest of a damaged data reply, which can look like any reply.
         bool debris = false;
@@ -171,6 +174,10 @@ private:
     /// When the device that the client knows was on the line for certain: at `open`, or when it was asked what it has
     /// answered. A late reply proves no more than that.
     QDeadlineTimer lastSeen;
+    /// How long after that it is taken for the same device, as long as it answers.
+    std::chrono::milliseconds knownFor{};
+    /// A request was left without an answer, and no version reply has told since which device is there.
+    bool isDoubted = false;
     bool otherDevice = false;
     Clock now;
 };

@@ -50,7 +50,7 @@ const QString success = "Verification successful";
 
 const std::vector<BurnCase> burnCases = {
     {.name = "52 KiB", .image = {{0x3100, someBytes(0x10000 - 0x3100, 2)}}},
-    {.name = "9600 baud", .baudRate = 9600},
+    {.name = "2400 baud", .image = {{0x3100, someBytes(1024, 1)}}, .baudRate = 2400},
     {.name = "115200 baud", .image = someBlocks, .baudRate = 115200},
     {.name = "echo", .image = someBlocks, .baudRate = 115200, .echo = true},
     {.name = "late device", .deviceOptions = {"--fault", "late-start:4000"}},
