@@ -99,7 +99,6 @@ const QStringList emptySpan = {"minimum 0", "maximum 0"};
 const QStringList upload = {"log Uploading firmware: 'Board %2' 1.2%1"};
 const QStringList wait = entering("Waiting for device", true, {}, {"Waiting for device on 'COM%1'..."});
 const QStringList found = {"log Found device bootloader: v1.1.2", "log Existing firmware: v2.2.3"};
-const QStringList comparingStarts = QStringList{"log Comparing with firmware: 'Board %2' 1.2%1"} + wait + found;
 const QStringList delay = entering("Delay", true, {"minimum 0", "maximum 3000"}, {"Powerup delay..."});
 const QStringList erase =
     entering("Erasing", false, {}, {"<b>DO NOT TURN OFF</b> device during programming", "Erasing..."});
@@ -111,7 +110,7 @@ const QStringList blank = {"log Blank check complete, device is blank"};
 const QStringList program = entering("Programming", false, span, {"Programming..."});
 const QStringList programmed = {"log Programming complete"};
 const QStringList verify = entering("Verifying", true, span, {"Verifying..."});
-const QStringList comparing = comparingStarts + verify;
+const QStringList comparing = QStringList{"log Comparing with firmware: 'Board %2' 1.2%1"} + wait + found + verify;
 const QStringList verified = {"log Verification successful"};
 const QStringList reset = entering("Reset", true, {}, {"Reset device"});
 const QStringList end = entering("", true, {}, {"<b>Complete</b>"});
