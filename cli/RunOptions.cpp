@@ -56,10 +56,7 @@ bool options::json(const CommandLine& line)
 
 void options::addLimits(CommandLine& line)
 {
-    addDeviceTimeout(line);
-    line.addOption(stall, QStringLiteral("SECONDS"),
-        QStringLiteral("Give up after SECONDS without a confirmed step; 0 for never (default %1).")
-            .arg(defaultStallSeconds));
+    addTimeLimits(line);
     line.addOption(maxErases, QStringLiteral("N"),
         QStringLiteral("Give up when the memory is not blank after N erases; 0 for never (default %1).")
             .arg(defaultMaxErases));
@@ -67,14 +64,28 @@ void options::addLimits(CommandLine& line)
 
 RunLimits options::limits(CommandLine& line)
 {
+    RunLimits limits = timeLimits(line);
+    const int erases = line.number<int>(maxErases, 0, mostErases).value_or(defaultMaxErases);
+    if (erases > 0) {
+        limits.maxErases = erases;
+    }
+    return limits;
+}
+
+void options::addTimeLimits(CommandLine& line)
+{
+    addDeviceTimeout(line);
+    line.addOption(stall, QStringLiteral("SECONDS"),
+        QStringLiteral("Give up after SECONDS without a confirmed step; 0 for never (default %1).")
+            .arg(defaultStallSeconds));
+}
+
+RunLimits options::timeLimits(CommandLine& line)
+{
     RunLimits limits = deviceTimeout(line);
     const int stallSeconds = line.number<int>(stall, 0, longestSeconds).value_or(defaultStallSeconds);
     if (stallSeconds > 0) {
         limits.stall = std::chrono::seconds(stallSeconds);
-    }
-    const int erases = line.number<int>(maxErases, 0, mostErases).value_or(defaultMaxErases);
-    if (erases > 0) {
-        limits.maxErases = erases;
     }
     return limits;
 }

@@ -20,6 +20,10 @@ bool json(const CommandLine& line);
 void addLimits(CommandLine& line);
 RunLimits limits(CommandLine& line);
 
+/// --timeout and --stall.
+void addTimeLimits(CommandLine& line);
+RunLimits timeLimits(CommandLine& line);
+
 /// --timeout alone.
 void addDeviceTimeout(CommandLine& line);
 RunLimits deviceTimeout(CommandLine& line);

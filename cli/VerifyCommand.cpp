@@ -8,16 +8,17 @@ namespace
 ExitStatus verify(CommandLine& line, const QStringList& arguments)
 {
     options::addPort(line, false);
-    options::addDeviceTimeout(line);
+    options::addTimeLimits(line);
     line.addFlag("reset", "Reset the device at the end, which starts its firmware.");
     options::addJson(line);
-    line.setEpilogue("\nExit status: 0 the device holds what FILE says, 1 it differs or cannot be read, "
-                     "2 wrong usage, 3 no device within the time-out, 130 stopped by a signal.\n");
+    line.setEpilogue(
+        "\nExit status: 0 the device holds what FILE says, 1 it differs or cannot be read, "
+        "2 wrong usage, 3 no device within the time-out, 4 given up at a limit, 130 stopped by a signal.\n");
     line.parse(arguments);
 
     RunPlan plan;
     plan.command = "tavimora-cli verify";
-    plan.limits = options::deviceTimeout(line);
+    plan.limits = options::timeLimits(line);
     plan.json = options::json(line);
     plan.job.task = BurnTask::Verify;
     plan.job.resetAtEnd = line.isSet("reset");

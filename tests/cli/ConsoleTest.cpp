@@ -13,7 +13,6 @@ private Q_SLOTS:
     void answers_data()
     {
         const QString usage = "usage: tavimora-cli ports [--json]\n       tavimora-cli ";
-        const QString portsHelp = "usage: tavimora-cli ports [--json]\n\nLists the serial ports";
         QTest::addColumn<QString>("path");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("exitStatus");
@@ -29,16 +28,11 @@ private Q_SLOTS:
         row("wrong command", cli, {"prots"}, 2, "", "tavimora-cli: there is no command \"prots\"\n" + usage);
         row("--help", cli, {"--help"}, 0, usage, "");
         row("--version", cli, {"--version"}, 0, "tavimora-cli 1", "");
-        row("help ports", cli, {"help", "ports"}, 0, portsHelp, "");
         row("burn without a port", cli, {"burn", "a"}, 2, "", "tavimora-cli burn: --port is missing\n");
-        row("time-out of 0", cli, {"burn", "--port", "a", "--timeout", "0", "b"}, 2, "",
-            "tavimora-cli burn: --timeout wants a number from 1 to ");
         row("option given twice", cli, {"verify", "--port", "a", "--port", "b", "c"}, 2, "",
             "tavimora-cli verify: --port is given more than once\n");
         row("label without a record", cli, {"burn", "--port", "a", "--label", "a", "b"}, 2, "",
             "tavimora-cli burn: --label is for --record, which is missing\n");
-        row("control character in a label", cli, {"burn", "--port", "a", "--record", "/proc/a", "--label", "\x1b", "b"},
-            2, "", "tavimora-cli burn: a label has no control characters\n");
         row("adapter that is not there", cli, {"burn", "--port", "usb:ffff:ffff", "b"}, 2, "",
             "tavimora-cli burn: no port fits \"usb:ffff:ffff\"\n");
         row("burn without its record", cli, {"burn", "--port", "a", "--record", "/proc/a", "b"}, 1, "",
@@ -51,8 +45,6 @@ private Q_SLOTS:
             {"-c", "{ while /bin/echo; do :; done; " TAVIMORA_CLI " info --port a; } | true"}, 0, "",
             "tavimora-cli info: Can't open serial port 'a'. ");
         row("script/run --help", SCRIPT_RUN, {"--help"}, 0, "usage: script/run [--console]\n", "");
-        row("wrong argument of script/run", SCRIPT_RUN, {"--consol"}, 2, "",
-            "run: unknown arguments: --consol\nusage: ");
     }
 
     void answers()

@@ -51,7 +51,6 @@ const QString success = "Verification successful";
 const std::vector<BurnCase> burnCases = {
     {.name = "52 KiB", .image = {{0x3100, someBytes(0x10000 - 0x3100, 2)}}},
     {.name = "2400 baud", .image = {{0x3100, someBytes(1024, 1)}}, .baudRate = 2400},
-    {.name = "115200 baud", .image = someBlocks, .baudRate = 115200},
     {.name = "echo", .image = someBlocks, .baudRate = 115200, .echo = true},
     {.name = "late device", .deviceOptions = {"--fault", "late-start:4000"}},
     {.name = "no device",
@@ -69,10 +68,6 @@ const std::vector<BurnCase> burnCases = {
         .exitStatus = 4,
         .error = "Gave up in Blank Checking: the memory is not blank after 3 erases. The device has no valid firmware"},
     {.name = "replies lost", .image = someBlocks, .deviceOptions = {"--fault", "drop:0.2"}},
-    {.name = "hang-up in the wait",
-        .deviceOptions = {"--fault", "hangup@version.1"},
-        .stopAfter = "Waiting for device"},
-    {.name = "hang-up in the delay", .deviceOptions = {"--fault", "hangup@ping.40"}, .stopAfter = "Powerup delay..."},
     {.name = "hang-up in erase",
         .deviceOptions = {"--fault", "hangup@erase"},
         .stopAfter = "Erasing...",

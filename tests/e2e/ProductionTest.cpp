@@ -215,6 +215,9 @@ private Q_SLOTS:
         QVERIFY2(different.status == 1 && different.out.contains(blocks), different.out);
         QVERIFY2(different.out.endsWith(inCharge) && !different.error.contains("valid firmware"), different.error);
         QVERIFY(!contentOf(device.memoryFile).contains('\xFF'));
+        const Device silent({"--fault", "hangup@read"});
+        const Answer given = run({"verify", "--stall", "2", "--port", silent.port, firmware});
+        QVERIFY2(given.status == 4 && given.error.contains("Gave up in Verifying"), given.error);
         QVERIFY(run(QStringList{"burn", "--if-needed", firmware} + port).out.contains("\nErase successful\n"));
         const Answer needless = run(QStringList{"burn", "--if-needed", firmware} + port);
         QVERIFY2(needless.status == 0 && !needless.out.contains("Erasing"), needless.out);
