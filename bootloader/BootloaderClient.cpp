@@ -278,6 +278,7 @@ BootStatus BootloaderClient::exchange(const BootFrame& frame)
     }
     const BootStatus status = transfer(frame);
     inFlight.request = frame;
+    inFlight.lateness = {};
     if (isAnswerTo(frame, status)) {
         unusableReplies = 0;
         // A status that comes after a longer time, as when this machine has slept, may be that of another device.
@@ -334,8 +335,9 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
         const BootFrame question = questionUnlike(inFlight.request);
         const bool asksVersion = boot::wantsData(question);
         const BootStatus status = probe(question, repeats);
+        const milliseconds silence(inFlight.heard.deadline() - inFlight.firstProbe.deadline());
+        isDoubted = isDoubted || silence >= inFlight.lateness + latenessVaries;
         if (status == BootStatus::None) {
-            isDoubted = isDoubted || now() >= inFlight.firstProbe + (inFlight.lateness + latenessVaries).count();
             return status;
         }
         if (repeats && isAnswerTo(frame, status)) {
@@ -354,7 +356,7 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
         // The answer may have been that to an earlier probe. Those that follow do not matter if they look unlike the
         // answer to `frame`; otherwise they are the replies to wait for.
         const bool settled = isKnown() && (inFlight.probes == 1 || asksVersion != boot::wantsData(frame));
-        const milliseconds lateness(asksVersion ? now().deadline() - inFlight.firstProbe.deadline() : 0);
+        const milliseconds lateness = asksVersion ? silence : milliseconds(0);
         inFlight = {question, settled ? Cause::Nothing : Cause::Answer, inFlight.firstProbe, lateness};
     }
 }
@@ -400,6 +402,7 @@ BootStatus BootloaderClient::probe(const BootFrame& question, bool repeats)
     while (!answered(status) && !inFlight.debris && now() < deadline) {
         status = awaitReply({});
     }
+    inFlight.heard = now();
     if (!answered(status)) {
         return BootStatus::None;
     }

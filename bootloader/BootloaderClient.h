@@ -135,6 +135,8 @@ private:
         /// What the last of the probes asked, and when it was first asked.
         BootFrame question = {};
         QDeadlineTimer firstProbe = {};
+        /// When its answer came, or the wait for it ended.
+        QDeadlineTimer heard = {};
         /// The input queue may hold the rest of a damaged data reply, which can look like any reply.
         bool debris = false;
     };

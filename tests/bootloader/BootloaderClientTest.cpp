@@ -225,6 +225,32 @@ private Q_SLOTS:
         awake.line->now += std::chrono::seconds(3);
         QVERIFY(awake.client.ping() && awake.client.writeBlock(2, {1, 2}));
         QCOMPARE(awake.line->requests.end()[-2][1], std::uint8_t{0x1E});
+
+        Link late;
+        late.obey(milliseconds(500));
+        QVERIFY(QTest::qWaitFor([&] { return late.client.readVersion(); }));
+        late.obey();
+        late.line->now += milliseconds(1200);
+        QVERIFY(late.client.writeBlock(0, {1, 2}));
+        QCOMPARE(late.line->requests.end()[-2][1], std::uint8_t{0x1E});
+    }
+
+    /// Who answers later than the question before was answered may be another device.
+    void lateAnswers()
+    {
+        for (const bool writes : {false, true}) {
+            Link link;
+            link.obey();
+            link.line->device = [writes, &requests = link.line->requests, obedient = link.line->device](auto& request) {
+                const int after = std::array{-1, -1, 0, writes ? 0 : -1, 250, 0, 0}.at(requests.size() - 1);
+                return ScriptedLine::Reply{after < 0 ? Bytes() : obedient(request).bytes, milliseconds(after)};
+            };
+            QVERIFY(link.client.readBlock(0, 2).empty() && link.client.readBlock(2, 2).empty());
+            QCOMPARE(writes ? link.client.writeBlock(4, {1, 2}) : !link.client.readBlock(2, 2).empty(), writes);
+            link.client.expectEqualReply();
+            QVERIFY(!link.client.readBlock(2, 2).empty());
+            QCOMPARE(link.line->requests.at(5)[1], std::uint8_t{0x1E});
+        }
     }
 
     /// Delays up to the limit of a probe and beyond it neither stall the client nor mislead it.
