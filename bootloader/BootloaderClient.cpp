@@ -36,6 +36,10 @@ constexpr std::chrono::milliseconds exchangeTime{1900};
 /// So much longer than the answer to one question may that to the next take, on the same line.
 constexpr std::chrono::milliseconds latenessVaries{150};
 
+/// How often the identity is asked for before a pass of the burn ends without it. A version request is left after one
+/// silent read, which is sooner than any other.
+constexpr int identityAttempts = 3;
+
 // What ping asks about: one word at the end of the address space, which every device has.
 constexpr std::uint16_t pingAddress = 0xFFF0;
 constexpr std::uint16_t pingWords = 1;
@@ -174,6 +178,17 @@ bool BootloaderClient::readVersion()
     }
     takeIdentity();
     return true;
+}
+
+bool BootloaderClient::confirmIdentity()
+{
+    const BootFrame question = boot::makeFrame(BootCommand::CmdGetVersion, 0, 0);
+    for (int attempt = 0; attempt < identityAttempts; ++attempt) {
+        if (isAnswerTo(question, exchange(question))) {
+            return !meetsOtherDevice();
+        }
+    }
+    return false;
 }
 
 bool BootloaderClient::ping()
@@ -345,9 +360,7 @@ std::optional<BootStatus> BootloaderClient::ensureInStep(const BootFrame& frame)
         }
         if (asksVersion) {
             isDoubted = false;
-            takeIdentity();
-            otherDevice = expectedDevice && deviceId != *expectedDevice;
-            if (otherDevice) {
+            if (meetsOtherDevice()) {
                 return BootStatus::None;
             }
             // A status proves nothing here: it may be a stray one, or late.
@@ -475,6 +488,14 @@ bool BootloaderClient::isAnswerTo(const BootFrame& frame, BootStatus status) con
     default:
         return true;
     }
+}
+
+/// Takes what a version reply tells, and whether it is that of another device than `expectedDevice`.
+bool BootloaderClient::meetsOtherDevice()
+{
+    takeIdentity();
+    otherDevice = expectedDevice && deviceId != *expectedDevice;
+    return otherDevice;
 }
 
 /// Takes versions and identity out of the last version reply, unless it is too short to hold them.

@@ -20,8 +20,9 @@ struct BootAnswer {
     bool answered = false;
 };
 
-/// The bootloader of a device as operations: each sends one request and reads its reply. Nothing throws, nothing is
-/// repeated here, and a caller cannot tell a reply that did not come from one that was refused or damaged.
+/// The bootloader of a device as operations: each sends one request and reads its reply. Nothing throws, nothing but
+/// `confirmIdentity` repeats its request, and a caller cannot tell a reply that did not come from one that was refused
+/// or damaged.
 ///
 /// Replies carry no address. The client therefore makes sure that a late reply to an earlier request is not taken for
 /// the answer to a new one, see `ensureInStep`. Where it cannot, the operation ends as one without an answer.
@@ -57,6 +58,10 @@ public:
     /// @return true when the bootloader answered. Versions and identity then stand in the fields, unless the reply was
     /// too short to hold them.
     bool readVersion();
+
+    /// Asks for the version once more, a few times if need be.
+    /// @return true when a device has told its identity, and it is that of `expectedDevice`.
+    bool confirmIdentity();
 
     /// Lets the bootloader answer a harmless request.
     /// @return true, whatever came.
@@ -162,6 +167,7 @@ private:
     bool takeDataReply();
     bool isAnswerTo(const BootFrame& frame, BootStatus status) const;
     void takeIdentity();
+    bool meetsOtherDevice();
 
     /// The last good data reply, from its status byte through its checksum.
     std::vector<std::uint8_t> reply;

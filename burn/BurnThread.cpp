@@ -366,9 +366,16 @@ void BurnThread::recordVerifyResult(bool matches)
     }
 }
 
+/// Ends the verification. If all is well, the device is asked once more who it is: no other one that came in the place
+/// of the right one while the blocks were read can then pass for it.
 void BurnThread::closeVerification()
 {
-    accomplished = lastResult.badBlocks == 0;
+    const bool allEqual = lastResult.badBlocks == 0;
+    if (allEqual && !client->confirmIdentity()) {
+        postError(tr("Error while verifying the device id"));
+        return;
+    }
+    accomplished = allEqual;
     if (accomplished) {
         lastResult.content = BurnResult::Content::Verified;
         postLog(tr("Verification successful"));

@@ -210,12 +210,15 @@ public:
         QCoreApplication::sendPostedEvents();
 
         const bool equal = std::equal(burned.begin() + imageStart, burned.end(), device.memory().begin() + imageStart);
+        // Of one that comes, and stays, the program asks the identity before it says good.
+        const bool mayPass =
+            isTooQuick(setup, faults) && std::ranges::count(faults, Fault::Swap, &PlacedFault::fault) > 1;
         const bool failed = thread.outcome() == BurnThread::Outcome::Failed;
         outcome.succeeded = thread.outcome() == BurnThread::Outcome::Succeeded;
         outcome.falseBad = failed && equal && thread.result().reason == BurnResult::Reason::Verification;
         if (outcome.succeeded != log.saidGood && !stopped) {
             outcome.finding = "says one thing in the log and another in the outcome";
-        } else if ((outcome.succeeded || log.saidGood) && !equal && !isTooQuick(setup, faults)) {
+        } else if ((outcome.succeeded || log.saidGood) && !equal && !mayPass) {
             outcome.finding = "FALSE GOOD";
         } else if (device.otherTouched && !isTooQuick(setup, faults)) {
             outcome.finding = "has erased or written another device";
@@ -228,7 +231,7 @@ public:
         } else if (endless) {
             outcome.finding = "does not end";
         } else if (firstWrite &&
-                   device.line->now - *firstWrite > longestPass * (2 * std::ssize(image) + 1 + log.errors)) {
+                   device.line->now - *firstWrite > longestPass * (2 * std::ssize(image) + 2 + log.errors)) {
             outcome.finding = "falls silent";
         } else if (sentAfterStop > 0) { // by a port that was opened anew: a cancelled one sends nothing
             outcome.finding = "sends after a stop";
@@ -443,13 +446,13 @@ int main(int argc, char** argv)
     line.addOption("random", "N", "Make N burns of all kinds with random faults instead.");
     line.addOption("seed", "N", "Random seed of the first of these (default 1); each of the others has the next.");
     line.parse(application.arguments().mid(1));
-    const int depth = line.number("faults", 0, 9).value_or(2);
+    const auto depth = line.number("faults", 0, 9);
     const QString only = line.text("setup").value_or(QString());
     const auto burns = line.number<std::int64_t>("random", 1, INT64_MAX).value_or(0);
     const auto seed = line.number<std::int64_t>("seed", 0, INT64_MAX).value_or(1);
     line.operands(0, "no arguments");
-    if (!only.isEmpty() && (!names.contains(only) || burns > 0)) {
-        line.refuse("--setup wants a kind of burn, and no --random");
+    if ((!only.isEmpty() && !names.contains(only)) || (burns > 0 && (depth || !only.isEmpty()))) {
+        line.refuse("--setup wants a kind of burn, and --random neither that nor --faults");
     }
     if (const auto verdict = line.verdict()) {
         return static_cast<int>(*verdict);
@@ -466,7 +469,7 @@ int main(int argc, char** argv)
             burnAtRandom(explorer, static_cast<std::uint64_t>(seed) + number, findings);
         });
     } else {
-        exploreAll(folder.path(), depth, only, findings);
+        exploreAll(folder.path(), depth.value_or(2), only, findings);
     }
     findings.printShortest();
     findings.printSum("all");
