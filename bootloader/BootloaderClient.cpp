@@ -154,6 +154,7 @@ bool BootloaderClient::open(const std::string& portName, std::uint32_t baudRate)
     unusableReplies = 0;
     otherDevice = false;
     isDoubted = false;
+    versionSize.reset();
     lastSeen = now();
     // On a slow line a question and the silence behind it take two read limits.
     const std::uint32_t longer = limitFor(baudRate, readLimitMs) - readLimitMs;
@@ -484,7 +485,8 @@ bool BootloaderClient::isAnswerTo(const BootFrame& frame, BootStatus status) con
     case BootCommand::CmdReadBlock:
         return reply.size() == boot::replySize(boot::countOf(frame));
     case BootCommand::CmdGetVersion:
-        return reply.size() >= versionReplySize;
+        // A copy of the reply to a read is no version.
+        return versionSize ? reply.size() == *versionSize : reply.size() >= versionReplySize;
     default:
         return true;
     }
@@ -507,6 +509,7 @@ void BootloaderClient::takeIdentity()
     bootloaderVersion = BootVersion::fromWord(wordAt(reply, bootloaderVersionOffset));
     firmwareVersion = BootVersion::fromWord(wordAt(reply, firmwareVersionOffset));
     deviceId = wordAt(reply, deviceIdOffset);
+    versionSize = reply.size();
     const DeviceFamily& family = findFamily(familyOf(deviceId));
     codeStart = family.codeStart;
     codeEnd = family.codeEnd;

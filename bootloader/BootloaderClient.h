@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -175,6 +176,8 @@ private:
     /// Where a reply is read to. The first byte is the status of the current exchange.
     std::array<std::uint8_t, boot::replyCapacity> replyBuffer{};
     InFlight inFlight;
+    /// Of the version replies of this device, once one has come: all are alike.
+    std::optional<std::size_t> versionSize;
     /// Exchanges in a row that ended with a damaged reply, or with one that is no answer to their request. The input
     /// queue may then be out of step with the replies for good: where a block holds what looks like the head of a
     /// reply, each attempt takes that for its reply and swallows the head of the next.

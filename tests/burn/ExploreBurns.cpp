@@ -210,11 +210,14 @@ public:
         QCoreApplication::sendPostedEvents();
 
         const bool equal = std::equal(burned.begin() + imageStart, burned.end(), device.memory().begin() + imageStart);
+        const auto swaps = std::ranges::count(faults, Fault::Swap, &PlacedFault::fault);
         // Of one that comes, and stays, the program asks the identity before it says good.
-        const bool mayPass =
-            isTooQuick(setup, faults) && std::ranges::count(faults, Fault::Swap, &PlacedFault::fault) > 1;
+        const bool mayPass = isTooQuick(setup, faults) && swaps > 1;
         const bool failed = thread.outcome() == BurnThread::Outcome::Failed;
         outcome.succeeded = thread.outcome() == BurnThread::Outcome::Succeeded;
+        // A reply without an identity, such as an echo that is taken for the reply, is refused as it stands.
+        const bool isRefused = thread.result().reason == BurnResult::Reason::OtherDevice &&
+                               thread.result().identity.value_or(BurnResult::Identity()).deviceId != 0;
         outcome.falseBad = failed && equal && thread.result().reason == BurnResult::Reason::Verification;
         if (outcome.succeeded != log.saidGood && !stopped) {
             outcome.finding = "says one thing in the log and another in the outcome";
@@ -224,6 +227,8 @@ public:
             outcome.finding = "has erased or written another device";
         } else if (setup.task == BurnTask::Verify && device.requests.contains(QRegularExpression("[ew]"))) {
             outcome.finding = "has erased or written what it was to compare";
+        } else if (isRefused && swaps == 0) {
+            outcome.finding = "takes the right device for another";
         } else if (log.silentPasses > 0 || (failed && log.errors == 0)) {
             outcome.finding = "fails without a line";
         } else if (log.errors > mostErrors * (1 + std::ssize(faults))) {
