@@ -366,16 +366,15 @@ void BurnThread::recordVerifyResult(bool matches)
     }
 }
 
-/// Ends the verification. If all is well, the device is asked once more who it is: no other one that came in the place
-/// of the right one while the blocks were read can then pass for it.
+/// Ends the verification. The device is asked once more who it is: no other one that came in the place of the right one
+/// while the blocks were read can then pass for it, or have it called bad.
 void BurnThread::closeVerification()
 {
-    const bool allEqual = lastResult.badBlocks == 0;
-    if (allEqual && !client->confirmIdentity()) {
+    if (!client->confirmIdentity()) {
         postError(tr("Error while verifying the device id"));
         return;
     }
-    accomplished = allEqual;
+    accomplished = lastResult.badBlocks == 0;
     if (accomplished) {
         lastResult.content = BurnResult::Content::Verified;
         postLog(tr("Verification successful"));
