@@ -250,11 +250,15 @@ RunReport DeviceRun::makeReport() const
     }
     report.reason = reasonWord(report.end, report.result.reason);
     if (eraseBegun) {
-        report.explanation += QStringLiteral(". %1 %2, its bootloader is in charge")
-                                  .arg(report.result.reason == BurnResult::Reason::OtherDevice
-                                           ? QStringLiteral("The device that was being burned")
-                                           : QStringLiteral("The device"),
-                                      contentText(report.result));
+        const bool exchanged = report.result.reason == BurnResult::Reason::OtherDevice;
+        report.explanation +=
+            QStringLiteral(". %1 %2, its bootloader is in charge")
+                .arg(exchanged ? QStringLiteral("The device that was being burned") : QStringLiteral("The device"),
+                    contentText(report.result));
+        if (exchanged) {
+            report.explanation +=
+                QStringLiteral("; if the two were exchanged within two seconds, it may be the other one");
+        }
     }
     return report;
 }
